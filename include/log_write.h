@@ -1,0 +1,31 @@
+/* The service's log files: one call appends one time-stamped entry.
+ *
+ * An entry in the file is "[YYYY-MM-DD hh:mm:ss] ", the formatted text, and the marker "</br>".
+ * The writer adds no newline: callers end their formats with "\n" themselves, so the marker opens
+ * the next physical line. Readers of these files rely on exactly that form.
+ */
+#ifndef QRCODE_LOG_WRITE_H
+#define QRCODE_LOG_WRITE_H
+
+/* The service's own log. */
+#define QRCODE_LOG_PATH "/Database/doorlog/qrcodelog.txt"
+/* The terminal's second log; the service writes to it only when messaging cannot start. */
+#define UI_LOG_PATH "/Database/doorlog/uilog.txt"
+
+enum {
+    LOG_MAX_FILE_SIZE = 3145728, /* bytes (3 MiB): a larger file is emptied before the next entry */
+    LOG_LINE_BUF_SIZE = 10240    /* bytes: an entry's text is cut to one less */
+};
+
+/* Appends one entry to the file at `path`; `format` and what follows obey printf's rules.
+ *
+ * Returns 1 when the entry was handed to write(), 0 when the file could not be opened (the folder
+ * is not created: while it is missing, entries vanish). Whether the bytes reached the disk is not
+ * reported; callers ignore the result.
+ *
+ * Each call opens, locks byte 0 of the file (fcntl record lock, waits for other processes), writes
+ * with one write() in append mode, and closes: no descriptor stays open between entries. Safe from
+ * both threads; takes about 21 KiB of stack. */
+int API_Log_Write(const char* path, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+#endif
