@@ -1,0 +1,75 @@
+#include "capture_decode.h"
+
+#include <cstdio>
+#include <cstring>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "cascade.h"
+#include "snap_channel.h"
+#include "snap_size.h"
+
+enum { DECODED_CHANNELS = 3 };
+
+// Mirrors left to right, one column off: column j takes column cols - j, not cols - 1 - j, so
+// column 0 lies beyond the right edge and comes out black. The shift is meant; every scanned
+// picture has it.
+static void Mirror(const cv::Mat& src, cv::Mat& mirrored)
+{
+    cv::Mat mapX(src.size(), CV_32FC1);
+    cv::Mat mapY(src.size(), CV_32FC1);
+    for (int i = 0; i < src.rows; ++i) {
+        float* pX = mapX.ptr<float>(i);
+        float* pY = mapY.ptr<float>(i);
+        for (int j = 0; j < src.cols; ++j) {
+            pX[j] = static_cast<float>(src.cols - j);
+            pY[j] = static_cast<float>(i);
+        }
+    }
+    cv::remap(src, mirrored, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+}
+
+bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey)
+{
+    const cv::Mat encoded(1, nLen, CV_8UC1, pJpeg);
+    // An orientation tag in the picture is not applied: the camera's own way up is what counts.
+    const cv::Mat src = cv::imdecode(encoded, cv::IMREAD_COLOR | cv::IMREAD_IGNORE_ORIENTATION);
+    if (src.data == nullptr) {
+        return false;
+    }
+    cv::Mat mirrored(src.size(), src.type());
+    Mirror(src, mirrored);
+    // The picture is blue-green-red: red and blue swap their weights, and that is wanted.
+    cv::cvtColor(mirrored, grey, cv::COLOR_RGB2GRAY, 0);
+    return true;
+}
+
+// Takes one snapshot into the zeroed picture buffer. No result is looked at: whatever fails, the
+// later steps still run, and the buffer stays zero.
+static void TakeSnapshot(uint8_t* pPicture)
+{
+    FaceVenc_StartSnap();
+    MediaStream stream;
+    std::memset(&stream, 0, sizeof(stream));
+    FaceVenc_GetStream(SNAP_VENC_CHN, &stream, SNAP_WAIT_MS);
+    QrcodeVenc_CopyStreamData(&stream, pPicture);
+    FaceVenc_ReleaseStream(SNAP_VENC_CHN, &stream);
+    FaceVenc_DestroyChn(SNAP_VENC_CHN);
+}
+
+int Qrcode_CaptureAndDecode(int* /*pUnused*/, char* szText)
+{
+    uint8_t picture[MAXFRAMERINBUF];
+    std::memset(picture, 0, sizeof(picture));
+    TakeSnapshot(picture);
+
+    // The decoder sees as many bytes as the decoded picture has (480,000), neither the stream's own
+    // length nor the whole buffer: a longer stream is cut there, and that is meant.
+    cv::Mat grey;
+    if (!Qrcode_DecodeMirrorGrey(
+            picture, static_cast<int>(nSnapWidth * nSnapHeight * DECODED_CHANNELS), grey)) {
+        std::printf("src.data is NULL\n");
+        return -1;
+    }
+    return Qrcode_ScanCascade(grey, szText);
+}

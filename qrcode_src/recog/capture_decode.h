@@ -1,0 +1,27 @@
+// One reading: snapshot, decoding, mirror, grey, and the cascade of prepared pictures.
+#ifndef QRCODE_CAPTURE_DECODE_H
+#define QRCODE_CAPTURE_DECODE_H
+
+#include <opencv2/core/mat.hpp>
+
+// Takes one reading. `pUnused` is neither read nor written; callers pass the address of an integer.
+// `szText` is the caller's buffer of QRCODE_TEXT_SIZE bytes, zeroed before the call; a text is
+// written over its start without a terminator, at most QRCODE_TEXT_SIZE - 1 bytes of it.
+//
+// Returns the length in bytes of the last symbol's text, 1 or more; 0 when no attempt found any, or
+// -1 when there was no picture or none that decodes (a line on standard output says so); in both
+// cases `szText` is untouched. Failures of the snapshot are printed by it and end here as -1.
+//
+// Blocks for the snapshot (up to SNAP_WAIT_MS) and for at most 16 scans. Main thread only, not
+// reentrant; keeps MAXFRAMERINBUF (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar
+// pass to the caller.
+int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
+
+// The two steps of a reading after the snapshot, for callers that have the bytes already.
+//
+// Decodes `nLen` bytes of a JPEG at `pJpeg` (zeros behind its end do no harm) and makes the picture
+// that every attempt starts from: mirrored left to right, 8-bit grey. Returns false when there is
+// no picture in the bytes.
+bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey);
+
+#endif
