@@ -1,0 +1,90 @@
+#include "camera_picture.h"
+
+#include <algorithm>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <sys/stat.h>
+
+static const double ALPHA_8_BIT = 255.0;
+static const double ALPHA_16_BIT = 65535.0;
+
+// Puts a picture with an alpha channel on white, as a viewer shows it on paper.
+static cv::Mat OnWhite(const cv::Mat& withAlpha)
+{
+    cv::Mat scaled;
+    withAlpha.convertTo(scaled, CV_32F,
+                        1.0 / (withAlpha.depth() == CV_16U ? ALPHA_16_BIT : ALPHA_8_BIT));
+    std::vector<cv::Mat> channels;
+    cv::split(scaled, channels);
+    const cv::Mat& alpha = channels[3];
+    for (int c = 0; c < 3; ++c) {
+        channels[c] = channels[c].mul(alpha) + (1.0 - alpha);
+    }
+    channels.resize(3);
+    cv::Mat merged;
+    cv::merge(channels, merged);
+    cv::Mat picture;
+    merged.convertTo(picture, CV_8U, ALPHA_8_BIT);
+    return picture;
+}
+
+bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error)
+{
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0) {
+        error = "no such file";
+        return false;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        error = "not a regular file";
+        return false;
+    }
+    if (info.st_size == 0) {
+        error = "empty file";
+        return false;
+    }
+    try {
+        const cv::Mat raw = cv::imread(path, cv::IMREAD_UNCHANGED);
+        const bool hasAlpha =
+            raw.channels() == 4 && (raw.depth() == CV_8U || raw.depth() == CV_16U);
+        picture = hasAlpha ? OnWhite(raw) : cv::imread(path, cv::IMREAD_COLOR);
+    } catch (const cv::Exception&) { // too many pixels, or a decoder's own complaint
+        picture.release();
+    }
+    if (picture.empty()) {
+        error = "not a picture that can be read";
+        return false;
+    }
+    return true;
+}
+
+cv::Mat Sim_CameraFrame(const cv::Mat& picture, int width, int height)
+{
+    const double scale = std::min({1.0, static_cast<double>(width) / picture.cols,
+                                   static_cast<double>(height) / picture.rows});
+    const cv::Size fitted(std::max(1, std::min(width, cvRound(picture.cols * scale))),
+                          std::max(1, std::min(height, cvRound(picture.rows * scale))));
+    cv::Mat small = picture;
+    if (fitted != picture.size()) {
+        cv::resize(picture, small, fitted, 0, 0, cv::INTER_AREA);
+    }
+    cv::Mat frame = Sim_EmptyFrame(width, height);
+    const cv::Rect place((width - fitted.width) / 2, (height - fitted.height) / 2, fitted.width,
+                         fitted.height);
+    small.copyTo(frame(place));
+    cv::Mat mirrored;
+    cv::flip(frame, mirrored, 1);
+    return mirrored;
+}
+
+cv::Mat Sim_EmptyFrame(int width, int height)
+{
+    return cv::Mat(height, width, CV_8UC3, cv::Scalar::all(SIM_WALL_GREY));
+}
+
+std::vector<uint8_t> Sim_EncodeFrame(const cv::Mat& frame, int quality)
+{
+    std::vector<uint8_t> jpeg;
+    cv::imencode(".jpg", frame, jpeg, {cv::IMWRITE_JPEG_QUALITY, quality});
+    return jpeg;
+}

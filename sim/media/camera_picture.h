@@ -1,0 +1,28 @@
+// What the simulated camera makes of a picture file: the frame that the encoder gets, and its JPEG.
+#ifndef SIM_CAMERA_PICTURE_H
+#define SIM_CAMERA_PICTURE_H
+
+#include <cstdint>
+#include <opencv2/core/mat.hpp>
+#include <string>
+#include <vector>
+
+// Grey value of the wall behind and beside every picture.
+enum { SIM_WALL_GREY = 128 };
+
+// Reads a picture in any format that OpenCV reads, the way up that its orientation tag says, as
+// 8-bit blue-green-red; what is transparent becomes white. Returns false, with the reason in
+// `error`, when the file is missing, empty or no picture; throws nothing.
+bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error);
+
+// The frame of `width` x `height` pixels that a camera at a door sees of the picture: fitted into
+// it (scaled down only), centred on the wall, and mirrored left to right.
+cv::Mat Sim_CameraFrame(const cv::Mat& picture, int width, int height);
+
+// A frame without a code: the wall alone.
+cv::Mat Sim_EmptyFrame(int width, int height);
+
+// The frame as a baseline JPEG, quality 1..100.
+std::vector<uint8_t> Sim_EncodeFrame(const cv::Mat& frame, int quality);
+
+#endif
