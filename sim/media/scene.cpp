@@ -1,0 +1,255 @@
+#include "scene.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "camera_picture.h"
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+// What tells one state of a file from a later one.
+struct FileStamp {
+    int64_t modifiedNs = -1;
+    int64_t bytes = -1;
+    bool operator==(const FileStamp& other) const
+    {
+        return modifiedNs == other.modifiedNs && bytes == other.bytes;
+    }
+};
+
+struct Scene {
+    bool open = false;
+    std::string path;
+    bool isFolder = false;
+    std::chrono::milliseconds view{SIM_VIEW_MS};
+    int events = -1;
+
+    std::string shown;      // the picture on view, or the last that was
+    FileStamp shownStamp;   // its state when it was loaded
+    bool onView = false;    // a picture is on view; otherwise the next frame takes the next one
+    bool saidEmpty = false; // the event was written and nothing was on view since
+    int round = 0;
+    Clock::time_point viewEnd;
+    cv::Mat picture;
+    std::map<std::string, FileStamp> unreadable; // already reported
+
+    cv::Mat frame; // of the picture on view, or of the wall
+    bool frameIsPicture = false;
+    uint64_t frameId = 0;
+};
+
+Scene& TheScene()
+{
+    static Scene scene;
+    return scene;
+}
+
+bool Stamp(const std::string& path, FileStamp& stamp)
+{
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return false;
+    }
+    stamp.modifiedNs =
+        static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec;
+    stamp.bytes = info.st_size;
+    return true;
+}
+
+bool EndsWith(const std::string& name, const char* ending)
+{
+    const size_t length = std::strlen(ending);
+    return name.size() >= length && name.compare(name.size() - length, length, ending) == 0;
+}
+
+// The pictures of the scene, in the order of their names.
+std::vector<std::string> Pictures(const Scene& scene)
+{
+    std::vector<std::string> paths;
+    if (!scene.isFolder) {
+        paths.push_back(scene.path);
+        return paths;
+    }
+    DIR* const folder = opendir(scene.path.c_str());
+    if (folder == nullptr) {
+        return paths;
+    }
+    while (const dirent* const entry = readdir(folder)) {
+        const std::string name = entry->d_name;
+        const std::string path = scene.path + "/" + name;
+        FileStamp stamp;
+        if (name[0] != '.' && !EndsWith(name, ".txt") && !EndsWith(name, ".md") &&
+            Stamp(path, stamp)) {
+            paths.push_back(path);
+        }
+    }
+    closedir(folder);
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+void WriteEvent(Scene& scene, const char* event, const std::string& picture,
+                const std::string& reason)
+{
+    if (scene.events < 0) {
+        return;
+    }
+    const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    nlohmann::json line = {
+        {"time", static_cast<double>(now.count()) / 1e6}, {"event", event}, {"round", scene.round}};
+    if (!picture.empty()) {
+        line["picture"] = picture;
+    }
+    if (!reason.empty()) {
+        line["reason"] = reason;
+    }
+    const std::string text =
+        line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    if (write(scene.events, text.data(), text.size()) < 0) {
+        std::fprintf(stderr, "sim: events: %s\n", std::strerror(errno));
+        close(scene.events);
+        scene.events = -1;
+    }
+}
+
+// Loads a picture; says once for each state of the file when it cannot be read.
+bool Load(Scene& scene, const std::string& path)
+{
+    FileStamp stamp;
+    Stamp(path, stamp);
+    const auto known = scene.unreadable.find(path);
+    if (known != scene.unreadable.end() && known->second == stamp) {
+        return false;
+    }
+    std::string error;
+    if (Sim_LoadPicture(path, scene.picture, error)) {
+        scene.unreadable.erase(path);
+        scene.shownStamp = stamp;
+        return true;
+    }
+    std::fprintf(stderr, "sim: skipped %s: %s\n", path.c_str(), error.c_str());
+    scene.unreadable[path] = stamp;
+    WriteEvent(scene, "unreadable", path, error);
+    return false;
+}
+
+// Finds the next picture that can be read, behind the last one shown, and puts it on view. Returns
+// false when the scene has none.
+bool ShowNext(Scene& scene)
+{
+    const std::vector<std::string> paths = Pictures(scene);
+    const auto next = std::upper_bound(paths.begin(), paths.end(), scene.shown);
+    std::vector<std::pair<std::string, bool>> order; // and whether it begins the scene anew
+    for (auto it = next; it != paths.end(); ++it) {
+        order.emplace_back(*it, false);
+    }
+    for (auto it = paths.begin(); it != next; ++it) {
+        order.emplace_back(*it, true);
+    }
+    for (const auto& [path, anew] : order) {
+        if (!Load(scene, path)) {
+            continue;
+        }
+        if (anew || scene.round == 0) {
+            ++scene.round;
+        }
+        scene.shown = path;
+        scene.onView = true;
+        scene.saidEmpty = false;
+        scene.viewEnd = Clock::now() + scene.view;
+        scene.frame.release();
+        WriteEvent(scene, "view", path, "");
+        return true;
+    }
+    if (!scene.saidEmpty) {
+        scene.saidEmpty = true;
+        WriteEvent(scene, "empty", "", "");
+    }
+    return false;
+}
+
+bool ViewIsOver(const Scene& scene)
+{
+    FileStamp stamp;
+    return Clock::now() >= scene.viewEnd || !Stamp(scene.shown, stamp) ||
+           !(stamp == scene.shownStamp);
+}
+
+} // namespace
+
+bool Sim_OpenScene(const std::string& path, int viewMs, const std::string& eventsPath,
+                   std::string& error)
+{
+    Sim_CloseScene();
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0) {
+        error = "scene " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
+        error = "scene " + path + ": neither a file nor a folder";
+        return false;
+    }
+    Scene& scene = TheScene();
+    scene.path = path;
+    scene.isFolder = S_ISDIR(info.st_mode);
+    scene.view = std::chrono::milliseconds(viewMs);
+    if (!eventsPath.empty()) {
+        scene.events = ::open(eventsPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        if (scene.events < 0) {
+            error = "events " + eventsPath + ": " + std::strerror(errno);
+            return false;
+        }
+    }
+    scene.open = true;
+    return true;
+}
+
+void Sim_CloseScene()
+{
+    Scene& scene = TheScene();
+    if (scene.events >= 0) {
+        close(scene.events);
+    }
+    const uint64_t lastId = scene.frameId;
+    scene = Scene();
+    scene.frameId = lastId; // never given to other pixels
+}
+
+SimFrame Sim_NextFrame(int width, int height)
+{
+    Scene& scene = TheScene();
+    bool showPicture = false;
+    if (scene.open) {
+        if (!scene.onView) {
+            showPicture = ShowNext(scene);
+        } else if (ViewIsOver(scene)) {
+            scene.onView = false; // this frame is the one without a code
+            WriteEvent(scene, "blank", "", "");
+        } else {
+            showPicture = true;
+        }
+    }
+    if (scene.frame.size() != cv::Size(width, height) || scene.frameIsPicture != showPicture) {
+        scene.frame = showPicture ? Sim_CameraFrame(scene.picture, width, height)
+                                  : Sim_EmptyFrame(width, height);
+        scene.frameIsPicture = showPicture;
+        ++scene.frameId;
+    }
+    return {scene.frame, scene.frameId};
+}
