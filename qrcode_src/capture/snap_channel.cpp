@@ -159,9 +159,10 @@ static int WaitForPicture(int nVencChn, int nWaitMs)
     }
     int nRet = 1; // a descriptor that no set can hold is one that is not in the set
     if (fd < FD_SETSIZE) {
+        const int nMicroseconds = (nWaitMs % 1000) * 1000;
         struct timeval wait;
         wait.tv_sec = nWaitMs / 1000;
-        wait.tv_usec = (nWaitMs % 1000) * 1000;
+        wait.tv_usec = nMicroseconds;
         FD_SET(fd, &readSet);
         nRet = select(fd + 1, &readSet, nullptr, nullptr, &wait);
     }

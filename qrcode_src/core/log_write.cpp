@@ -55,10 +55,9 @@ int API_Log_Write(const char* path, const char* format, ...)
     std::memset(&local, 0, sizeof(local));
     tzset(); // localtime_r alone need not notice that the terminal's zone was changed
     localtime_r(&now, &local);
-    std::snprintf(szLine, sizeof(szLine), "[%04d-%02d-%02d %02d:%02d:%02d] %s",
+    std::snprintf(szLine, sizeof(szLine), "[%04d-%02d-%02d %02d:%02d:%02d] %s%s",
                   local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                  local.tm_min, local.tm_sec, szText);
-    std::strcat(szLine, LOG_ENTRY_END);
+                  local.tm_min, local.tm_sec, szText, LOG_ENTRY_END);
 
     const ssize_t nWritten = write(fd, szLine, std::strlen(szLine));
     static_cast<void>(nWritten); // a short or failed write is not completed

@@ -34,9 +34,10 @@ static void FillLoopbackAddr(int nPort, struct sockaddr_in* pAddr)
 
 static struct timeval TimevalOfMs(int nMs)
 {
+    const int nMicroseconds = (nMs % 1000) * 1000;
     struct timeval tv;
     tv.tv_sec = nMs / 1000;
-    tv.tv_usec = (nMs % 1000) * 1000;
+    tv.tv_usec = nMicroseconds;
     return tv;
 }
 

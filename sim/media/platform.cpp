@@ -291,7 +291,7 @@ const bool setUp = SetUpFromEnvironment();
 
 const char* Sim_OperationName(SimOp op)
 {
-    return OPERATION_NAMES[op];
+    return OPERATION_NAMES.at(op);
 }
 
 bool Sim_IsOperation(const std::string& name)
@@ -368,7 +368,7 @@ int HI_MPI_VENC_CreateChn(int nVencChn, const MediaVencChnAttr* pAttr)
         channel.attr = *pAttr;
         channel.jpeg.nQuality = DEFAULT_QUALITY;
         for (auto& table : channel.jpeg.aQuantTable) { // any tables: what matters is that they stay
-            std::memset(table, 16, sizeof(table));
+            std::fill(std::begin(table), std::end(table), uint8_t{16});
         }
         return 0;
     });
