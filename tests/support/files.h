@@ -1,0 +1,50 @@
+// Small files for tests, all below the private /tmp.
+#ifndef TESTS_FILES_H
+#define TESTS_FILES_H
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+inline std::string ReadAll(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+inline void WriteAll(const std::filesystem::path& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// The expected text beside a sample.
+inline std::string ExpectedText(std::filesystem::path picture)
+{
+    std::string text = ReadAll(picture.replace_extension(".txt"));
+    if (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    return text;
+}
+
+// A folder of the test's own, empty at first, gone at the end.
+class TempFolder
+{
+public:
+    TempFolder()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "qrcode-test-XXXXXX").string();
+        path_ = mkdtemp(name.data());
+    }
+    ~TempFolder() { std::filesystem::remove_all(path_); }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    const std::filesystem::path& Path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+#endif
