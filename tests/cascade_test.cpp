@@ -157,8 +157,7 @@ std::vector<std::filesystem::path> Samples()
     for (const auto& entry : std::filesystem::directory_iterator(SAMPLES_DIR)) {
         std::filesystem::path expected = entry.path();
         expected.replace_extension(".txt");
-        if (entry.path().extension() != ".txt" && std::filesystem::exists(expected) &&
-            entry.path().filename() != "CMakeLists.txt") {
+        if (entry.path().extension() != ".txt" && std::filesystem::exists(expected)) {
             pictures.push_back(entry.path());
         }
     }

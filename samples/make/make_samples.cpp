@@ -1,0 +1,620 @@
+// Makes the sample pictures and their expected texts from raw codes, then reads each as the service
+// would and checks that it does what it is there for.
+//
+// Usage: make_samples RAW_FOLDER OUT_FOLDER (called by make-samples.sh, which makes the raw codes).
+// RAW_FOLDER holds NAME.png, a QR code of one pixel a module or a barcode, and NAME.txt, its text.
+// Prints one line a sample; exits with 1, with the reasons on standard error, when a sample is not
+// read as expected or an attempt of the cascade is not needed by any.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "camera_picture.h"
+#include "capture_decode.h"
+#include "cascade.h"
+#include "message.h"
+#include "symbol_scan.h"
+
+namespace
+{
+
+enum {
+    SIDE = 400,        // pixels, of the camera's frame and of most samples
+    QUIET_MODULES = 4, // width of the white margin that a QR code needs
+    WHITE = 255,
+    INK = 25, // grey value of fresh print
+    CAMERA_QUALITY = 99,
+    SHIFT_MAX = 4, // pixels, of the shifts below
+    PNG_COMPRESSION = 9,
+    JPEG_QUALITY = 85,
+    TOTAL_BYTES_MAX = 700 * 1024 // pictures and texts together
+};
+
+const std::vector<cv::Point> SHIFTS = {{0, 0}, {1, -1}, {-3, 2}, {4, 3}, {-1, -4}};
+
+std::string g_rawFolder; // folder of the raw codes
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (!in) {
+        throw std::runtime_error(path + ": cannot be read");
+    }
+    return bytes;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes;
+    out.close();
+    if (!out) {
+        throw std::runtime_error(path + ": cannot be written");
+    }
+}
+
+// ---- Codes and cards. Grey pictures are 8-bit, one channel.
+
+cv::Mat Raw(const std::string& name)
+{
+    const std::string path = g_rawFolder + "/" + name + ".png";
+    const cv::Mat code = cv::imread(path, cv::IMREAD_GRAYSCALE);
+    if (code.empty()) {
+        throw std::runtime_error(path + ": not a picture that can be read");
+    }
+    return code;
+}
+
+// A raw code (0 and 255) enlarged, in the grey values of its print and its paper.
+cv::Mat Print(const cv::Mat& raw, int scale, int ink, int paper)
+{
+    cv::Mat code;
+    cv::resize(raw, code, cv::Size(), scale, scale, cv::INTER_NEAREST);
+    code.convertTo(code, CV_8U, (paper - ink) / static_cast<double>(WHITE), ink);
+    return code;
+}
+
+// The code in the middle of a card that fills `side` x `side` pixels.
+cv::Mat Card(const cv::Mat& code, int paper, int side = SIDE)
+{
+    cv::Mat card(side, side, CV_8U, cv::Scalar(paper));
+    code.copyTo(
+        card(cv::Rect((side - code.cols) / 2, (side - code.rows) / 2, code.cols, code.rows)));
+    return card;
+}
+
+cv::Mat QrCard(const std::string& name, int ink = INK, int paper = 235, int side = SIDE)
+{
+    const cv::Mat raw = Raw(name);
+    return Card(Print(raw, side / (raw.cols + 2 * QUIET_MODULES), ink, paper), paper, side);
+}
+
+// A hallway wall, darker towards its lower edge.
+cv::Mat Wall(int width, int height)
+{
+    cv::Mat wall(height, width, CV_8U);
+    for (int y = 0; y < height; ++y) {
+        wall.row(y).setTo(cv::Scalar(150 - 60 * y / height));
+    }
+    return wall;
+}
+
+// Holds the card in front of the background, its corners (clockwise from the upper left) at
+// `corners`.
+void Hold(cv::Mat& background, const cv::Mat& card, const std::vector<cv::Point2f>& corners)
+{
+    const float right = static_cast<float>(card.cols);
+    const float bottom = static_cast<float>(card.rows);
+    const std::vector<cv::Point2f> from = {{0, 0}, {right, 0}, {right, bottom}, {0, bottom}};
+    const cv::Mat transform = cv::getPerspectiveTransform(from, corners);
+    cv::Mat held;
+    cv::Mat mask;
+    cv::warpPerspective(card, held, transform, background.size(), cv::INTER_LINEAR,
+                        cv::BORDER_REPLICATE);
+    cv::warpPerspective(cv::Mat(card.size(), CV_8U, cv::Scalar(WHITE)), mask, transform,
+                        background.size(), cv::INTER_NEAREST);
+    held.copyTo(background, mask);
+}
+
+std::vector<cv::Point2f> Turned(cv::Point2f centre, float side, float degrees)
+{
+    std::vector<cv::Point2f> corners;
+    const double diagonal = side / std::sqrt(2.0);
+    for (int i = 0; i < 4; ++i) {
+        const double angle = (degrees - 135.0 + 90.0 * i) * CV_PI / 180.0;
+        corners.emplace_back(centre.x + static_cast<float>(diagonal * std::cos(angle)),
+                             centre.y + static_cast<float>(diagonal * std::sin(angle)));
+    }
+    return corners;
+}
+
+// ---- Troubles.
+
+// Light on the scene: every pixel times the value of `light` (float, 1.0 leaves it as it is).
+cv::Mat Lit(const cv::Mat& grey, const cv::Mat& light)
+{
+    cv::Mat scene;
+    grey.convertTo(scene, CV_32F);
+    cv::multiply(scene, light, scene);
+    cv::Mat lit;
+    scene.convertTo(lit, CV_8U);
+    return lit;
+}
+
+cv::Mat WithNoise(const cv::Mat& grey, double sigma, uint64_t seed)
+{
+    cv::RNG random(seed);
+    cv::Mat noise(grey.size(), CV_16S);
+    random.fill(noise, cv::RNG::NORMAL, 0.0, sigma);
+    cv::Mat noisy;
+    cv::add(grey, noise, noisy, cv::noArray(), CV_8U);
+    return noisy;
+}
+
+// Print whose ink has worn off in patches of half a module, in the worst of them down to the grey
+// value `gone`.
+cv::Mat WornCard(const std::string& name, int gone, int paper, uint64_t seed)
+{
+    const double hardness = 6.0; // of the patches' edges
+    const double share = 0.55;   // of the print that has worn off
+    const cv::Mat card = QrCard(name, 0, WHITE);
+    const cv::Mat raw = Raw(name);
+    const int patch = SIDE / (raw.cols + 2 * QUIET_MODULES) / 2;
+    cv::Mat wear(SIDE / patch, SIDE / patch, CV_32F);
+    cv::RNG random(seed);
+    random.fill(wear, cv::RNG::UNIFORM, 0.0, 1.0);
+    cv::resize(wear, wear, card.size(), 0, 0, cv::INTER_CUBIC);
+    cv::Mat worn(card.size(), CV_8U, cv::Scalar(paper));
+    for (int y = 0; y < card.rows; ++y) {
+        for (int x = 0; x < card.cols; ++x) {
+            if (card.at<uint8_t>(y, x) == 0) {
+                const double off = (wear.at<float>(y, x) - 1.0 + share) * hardness + 0.5;
+                worn.at<uint8_t>(y, x) = static_cast<uint8_t>(
+                    cvRound(INK + (gone - INK) * std::min(1.0, std::max(0.0, off))));
+            }
+        }
+    }
+    return worn;
+}
+
+// Bright or dark dots of 2 x 2 pixels, one for each `spacing` x `spacing` pixels, scattered.
+void Sprinkle(cv::Mat& grey, int value, int spacing, uint64_t seed)
+{
+    cv::RNG random(seed);
+    for (int y = 0; y + spacing <= grey.rows; y += spacing) {
+        for (int x = 0; x + spacing <= grey.cols; x += spacing) {
+            const int dotX = x + random.uniform(0, spacing - 1);
+            const int dotY = y + random.uniform(0, spacing - 1);
+            grey(cv::Rect(dotX, dotY, 2, 2)).setTo(cv::Scalar(value));
+        }
+    }
+}
+
+// ---- The pictures.
+
+cv::Mat Plain()
+{
+    return QrCard("plain");
+}
+
+cv::Mat Rotated()
+{
+    cv::Mat scene = Wall(SIDE, SIDE);
+    Hold(scene, QrCard("rotated", INK, 235, 296), Turned({200, 200}, 296, 29));
+    return scene;
+}
+
+cv::Mat Tilted()
+{
+    cv::Mat scene = Wall(640, 480);
+    Hold(scene, QrCard("tilted", INK, 225, 444), {{140, 40}, {500, 100}, {520, 385}, {100, 455}});
+    return scene;
+}
+
+cv::Mat Blurred()
+{
+    cv::Mat blurred;
+    cv::GaussianBlur(QrCard("blurred"), blurred, cv::Size(), 4.5);
+    return blurred;
+}
+
+cv::Mat Noisy()
+{
+    return WithNoise(QrCard("noisy", 60, 200), 16.0, 4512);
+}
+
+// A lamp mirrored on the card's foil.
+cv::Mat Glare()
+{
+    const cv::Mat card = QrCard("glare");
+    cv::Mat lamp(card.size(), CV_8U, cv::Scalar(0));
+    cv::ellipse(lamp, cv::Point(262, 250), cv::Size(46, 18), -35.0, 0.0, 360.0, cv::Scalar(WHITE),
+                cv::FILLED);
+    cv::GaussianBlur(lamp, lamp, cv::Size(), 9.0);
+    cv::Mat glaring;
+    cv::add(card, lamp, glaring);
+    return glaring;
+}
+
+// The sun through a window blind: bright and dark bands across the card, the dark ones with a
+// quarter of the light.
+cv::Mat UnevenLight()
+{
+    const cv::Mat card = QrCard("uneven-light", 30, 250);
+    const double period = 100.0; // pixels from band to band, straight down
+    cv::Mat light(card.size(), CV_32F);
+    for (int y = 0; y < light.rows; ++y) {
+        for (int x = 0; x < light.cols; ++x) {
+            const double wave = std::sin((y + x) * 2.0 * CV_PI / period);
+            light.at<float>(y, x) = static_cast<float>(0.625 + 0.375 * wave);
+        }
+    }
+    return Lit(card, light);
+}
+
+cv::Mat Inverted()
+{
+    return QrCard("inverted", 225, 20);
+}
+
+cv::Mat DustyScreen()
+{
+    cv::Mat screen = QrCard("dusty-screen", 225, 20);
+    Sprinkle(screen, 20, 6, 602);
+    return screen;
+}
+
+cv::Mat Speckled()
+{
+    cv::Mat card = QrCard("speckled");
+    Sprinkle(card, 235, 6, 731);
+    return card;
+}
+
+cv::Mat Worn()
+{
+    return WornCard("worn", 165, 205, 226);
+}
+cv::Mat Faded()
+{
+    return WornCard("faded", 189, 225, 118);
+}
+cv::Mat Bleached()
+{
+    return WornCard("bleached", 207, 240, 917);
+}
+cv::Mat WashedOut()
+{
+    return WornCard("washed-out", 225, 250, 209);
+}
+cv::Mat Overexposed()
+{
+    return WornCard("overexposed", 242, WHITE, 661);
+}
+
+cv::Mat Faint()
+{
+    return QrCard("faint", 150, 172);
+}
+
+// Red print on yellow paper.
+cv::Mat Coloured()
+{
+    const cv::Mat code = QrCard("coloured", 0, WHITE);
+    cv::Mat card(code.size(), CV_8UC3, cv::Scalar(40, 215, 250));
+    card.setTo(cv::Scalar(40, 20, 190), code == 0);
+    return card;
+}
+
+cv::Mat Umlaut()
+{
+    return QrCard("umlaut");
+}
+
+// A pass in each hand.
+cv::Mat SeveralCodes()
+{
+    cv::Mat scene = Wall(800, 480);
+    Hold(scene, QrCard("several-codes-1", INK, 235, 370), Turned({205, 245}, 370, 2));
+    Hold(scene, QrCard("several-codes-2", INK, 235, 348), Turned({600, 225}, 348, 4));
+    return scene;
+}
+
+// A QR code and a barcode on one card.
+cv::Mat Badge()
+{
+    enum { PAPER = 240 };
+    const cv::Mat qr = Print(Raw("badge-qr"), 8, INK, PAPER);
+    const cv::Mat bar = Print(Raw("badge-bar"), 1, INK, PAPER);
+    cv::Mat card(SIDE, SIDE, CV_8U, cv::Scalar(PAPER));
+    qr.copyTo(card(cv::Rect((SIDE - qr.cols) / 2, 40, qr.cols, qr.rows)));
+    bar.copyTo(card(cv::Rect((SIDE - bar.cols) / 2, 270, bar.cols, bar.rows)));
+    return card;
+}
+
+cv::Mat TenCharacters()
+{
+    return QrCard("ten-characters");
+}
+cv::Mat ElevenCharacters()
+{
+    return QrCard("eleven-characters");
+}
+
+cv::Mat Barcode(const std::string& name)
+{
+    enum { MARGIN = 30, PAPER = 235 };
+    const cv::Mat code = Print(Raw(name), 2, INK, PAPER);
+    cv::Mat label;
+    cv::copyMakeBorder(code, label, MARGIN, MARGIN, MARGIN, MARGIN, cv::BORDER_CONSTANT,
+                       cv::Scalar(PAPER));
+    return label;
+}
+
+cv::Mat Code128()
+{
+    return Barcode("code128");
+}
+cv::Mat Ean13()
+{
+    return Barcode("ean13");
+}
+
+cv::Mat FarAway()
+{
+    cv::Mat scene = Wall(1200, 900);
+    Hold(scene, QrCard("far-away", INK, 235, 370), Turned({640, 430}, 370, 11));
+    return scene;
+}
+
+// Brickwork.
+cv::Mat NoCodeWall()
+{
+    enum { BRICK_WIDTH = 80, BRICK_HEIGHT = 32, JOINT = 5 };
+    cv::Mat wall(SIDE, SIDE, CV_8UC3, cv::Scalar(165, 175, 180));
+    cv::RNG random(80);
+    for (int row = 0; row * BRICK_HEIGHT < SIDE; ++row) {
+        for (int x = row % 2 == 0 ? 0 : -BRICK_WIDTH / 2; x < SIDE; x += BRICK_WIDTH) {
+            const int shade = random.uniform(-25, 25);
+            cv::rectangle(wall, cv::Point(x, row * BRICK_HEIGHT),
+                          cv::Point(x + BRICK_WIDTH - JOINT, (row + 1) * BRICK_HEIGHT - JOINT),
+                          cv::Scalar(55 + shade, 65 + shade, 145 + shade), cv::FILLED);
+        }
+    }
+    return wall;
+}
+
+// A notice without a code.
+cv::Mat NoCodeText()
+{
+    enum { LINE_HEIGHT = 38 };
+    cv::Mat notice(SIDE, SIDE, CV_8UC3, cv::Scalar(225, 235, 235));
+    const char* const lines[] = {"VISITORS please",  "report to the",    "front desk, show",
+                                 "an identity card", "and wear a badge", "at all times. No",
+                                 "entry without a",  "host. Open from",  "07:30 to 18:00.",
+                                 "Thank you."};
+    int y = LINE_HEIGHT - 6;
+    for (const char* line : lines) {
+        cv::putText(notice, line, cv::Point(16, y), cv::FONT_HERSHEY_DUPLEX, 1.15,
+                    cv::Scalar(60, 30, 30), 2, cv::LINE_AA);
+        y += LINE_HEIGHT;
+    }
+    return notice;
+}
+
+// ---- The table.
+
+struct Sample {
+    const char* name;      // without its extension
+    const char* extension; // .png, or .jpg for noise that .png cannot pack
+    cv::Mat (*make)();
+    int attempt;                    // that must read it, 0 for none
+    bool opened;                    // true: only after the opening
+    std::vector<std::string> codes; // in the order in which their texts are written
+};
+
+const std::vector<Sample> SAMPLES = {
+    {"plain", ".png", Plain, 1, false, {"plain"}},
+    {"rotated", ".png", Rotated, 1, false, {"rotated"}},
+    {"tilted", ".png", Tilted, 1, false, {"tilted"}},
+    {"far-away", ".png", FarAway, 1, false, {"far-away"}},
+    {"blurred", ".png", Blurred, 1, false, {"blurred"}},
+    {"noisy", ".jpg", Noisy, 1, true, {"noisy"}},
+    {"glare", ".png", Glare, 1, false, {"glare"}},
+    {"faint", ".png", Faint, 1, false, {"faint"}},
+    {"coloured", ".png", Coloured, 1, false, {"coloured"}},
+    {"speckled", ".png", Speckled, 1, true, {"speckled"}},
+    {"inverted", ".png", Inverted, 2, false, {"inverted"}},
+    {"dusty-screen", ".png", DustyScreen, 2, true, {"dusty-screen"}},
+    {"uneven-light", ".png", UnevenLight, 3, false, {"uneven-light"}},
+    {"worn", ".png", Worn, 4, false, {"worn"}},
+    {"faded", ".png", Faded, 5, false, {"faded"}},
+    {"bleached", ".png", Bleached, 6, false, {"bleached"}},
+    {"washed-out", ".png", WashedOut, 7, false, {"washed-out"}},
+    {"overexposed", ".png", Overexposed, 8, false, {"overexposed"}},
+    {"several-codes", ".png", SeveralCodes, 1, false, {"several-codes-1", "several-codes-2"}},
+    {"badge", ".png", Badge, 1, false, {"badge-qr", "badge-bar"}},
+    {"umlaut", ".png", Umlaut, 1, false, {"umlaut"}},
+    {"ten-characters", ".png", TenCharacters, 1, false, {"ten-characters"}},
+    {"eleven-characters", ".png", ElevenCharacters, 1, false, {"eleven-characters"}},
+    {"code128", ".png", Code128, 1, false, {"code128"}},
+    {"ean13", ".png", Ean13, 1, false, {"ean13"}},
+    {"no-code-wall", ".png", NoCodeWall, 0, false, {}},
+    {"no-code-text", ".png", NoCodeText, 0, false, {}},
+};
+
+// ---- Reading as the service does.
+
+struct Reading {
+    int attempt; // 0: no text
+    bool opened;
+    std::string text; // up to the first zero, as it is reported
+};
+
+Reading ReadFrame(const cv::Mat& frame, int quality)
+{
+    std::vector<uint8_t> jpeg = Sim_EncodeFrame(frame, quality);
+    cv::Mat grey;
+    if (!Qrcode_DecodeMirrorGrey(jpeg.data(), static_cast<int>(jpeg.size()), grey)) {
+        throw std::runtime_error("the camera's JPEG does not decode");
+    }
+    char text[QRCODE_TEXT_SIZE] = {};
+    cv::Mat work;
+    for (int n = ATTEMPT_PLAIN; n <= ATTEMPT_COUNT; ++n) {
+        const cv::Mat picture = Qrcode_PrepareAttempt(n, grey, work);
+        if (Qrcode_ScanImage(picture, text) > 0) {
+            return {n, false, text};
+        }
+        if (Qrcode_ScanWithOpening(picture, text) > 0) { // its first scan is known to find nothing
+            return {n, true, text};
+        }
+    }
+    return {0, false, ""};
+}
+
+// What is reported of the sample: its texts, each written over the start of the one before.
+std::string ExpectedText(const Sample& sample)
+{
+    std::string expected;
+    for (const std::string& code : sample.codes) {
+        const std::string text = ReadFile(g_rawFolder + "/" + code + ".txt");
+        expected.replace(0, std::min(text.size(), expected.size()), text);
+    }
+    return expected;
+}
+
+cv::Mat Shifted(const cv::Mat& frame, cv::Point shift)
+{
+    cv::Mat wide;
+    cv::copyMakeBorder(frame, wide, SHIFT_MAX, SHIFT_MAX, SHIFT_MAX, SHIFT_MAX,
+                       cv::BORDER_REPLICATE);
+    return wide(cv::Rect(SHIFT_MAX - shift.x, SHIFT_MAX - shift.y, frame.cols, frame.rows)).clone();
+}
+
+// Number of slightly different frames (other qualities, a few pixels off) that are not read as
+// expected: a sample that passes by a hair here fails on another machine.
+int CountMisreads(const Sample& sample, const cv::Mat& frame, const std::string& expected)
+{
+    int misreads = 0;
+    for (int quality = CAMERA_QUALITY - 2; quality <= CAMERA_QUALITY; ++quality) {
+        for (const cv::Point& shift : SHIFTS) {
+            const Reading reading = ReadFrame(Shifted(frame, shift), quality);
+            if (reading.text != expected || reading.attempt != sample.attempt ||
+                reading.opened != sample.opened) {
+                ++misreads;
+            }
+        }
+    }
+    return misreads;
+}
+
+// Writes the picture and its text, reads the picture back and prints its line. Returns the number
+// of faults, which are told on standard error.
+int MakeSample(const Sample& sample, const std::string& outFolder, size_t& totalBytes)
+{
+    const std::string file = std::string(sample.name) + sample.extension;
+    const std::string path = outFolder + "/" + file;
+    const std::string expected = ExpectedText(sample);
+    if (!cv::imwrite(path, sample.make(),
+                     {cv::IMWRITE_PNG_COMPRESSION, PNG_COMPRESSION, cv::IMWRITE_JPEG_QUALITY,
+                      JPEG_QUALITY})) {
+        throw std::runtime_error(path + ": cannot be written");
+    }
+    WriteFile(outFolder + "/" + sample.name + ".txt", expected.empty() ? "" : expected + "\n");
+
+    cv::Mat picture;
+    std::string error;
+    if (!Sim_LoadPicture(path, picture, error)) {
+        throw std::runtime_error(path + ": " + error);
+    }
+    const cv::Mat frame = Sim_CameraFrame(picture, SIDE, SIDE);
+    const Reading reading = ReadFrame(frame, CAMERA_QUALITY);
+    const size_t bytes = ReadFile(path).size();
+    totalBytes += bytes + expected.size() + 1;
+    std::printf("%-22s attempt %d %-6s %6zu bytes  \"%s\"\n", file.c_str(), reading.attempt,
+                reading.opened ? "opened" : "", bytes, reading.text.c_str());
+
+    int faults = 0;
+    if (reading.text != expected) {
+        std::fprintf(stderr, "make_samples: %s: read as \"%s\", expected \"%s\"\n", file.c_str(),
+                     reading.text.c_str(), expected.c_str());
+        ++faults;
+    }
+    if (reading.attempt != sample.attempt || reading.opened != sample.opened) {
+        std::fprintf(stderr, "make_samples: %s: read by attempt %d%s, expected %d%s\n",
+                     file.c_str(), reading.attempt, reading.opened ? " opened" : "", sample.attempt,
+                     sample.opened ? " opened" : "");
+        ++faults;
+    }
+    const int misreads = CountMisreads(sample, frame, expected);
+    if (misreads != 0) {
+        std::fprintf(stderr, "make_samples: %s: %d slightly different frames are read otherwise\n",
+                     file.c_str(), misreads);
+        ++faults;
+    }
+    return faults;
+}
+
+// The table's promise: each attempt of the cascade, and the opening, is needed by a sample. As
+// every sample is held to its row, it is enough to look at the rows.
+int CheckCover()
+{
+    int faults = 0;
+    for (int n = ATTEMPT_PLAIN; n <= ATTEMPT_COUNT; ++n) {
+        const auto wins = [n](const Sample& sample) { return sample.attempt == n; };
+        if (std::none_of(SAMPLES.begin(), SAMPLES.end(), wins)) {
+            std::fprintf(stderr, "make_samples: no sample is read by attempt %d\n", n);
+            ++faults;
+        }
+    }
+    const auto isOpened = [](const Sample& sample) { return sample.opened; };
+    if (std::none_of(SAMPLES.begin(), SAMPLES.end(), isOpened)) {
+        std::fprintf(stderr, "make_samples: no sample is read only after the opening\n");
+        ++faults;
+    }
+    return faults;
+}
+
+int MakeAll(const std::string& outFolder)
+{
+    size_t totalBytes = 0;
+    int faults = CheckCover();
+    for (const Sample& sample : SAMPLES) {
+        faults += MakeSample(sample, outFolder, totalBytes);
+    }
+    std::printf("%zu samples, %zu bytes\n", SAMPLES.size(), totalBytes);
+    if (totalBytes > TOTAL_BYTES_MAX) {
+        std::fprintf(stderr, "make_samples: more than %d bytes in all\n", TOTAL_BYTES_MAX);
+        ++faults;
+    }
+    return faults;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: make_samples RAW_FOLDER OUT_FOLDER\n");
+        return 1;
+    }
+    g_rawFolder = argv[1];
+    try {
+        return MakeAll(argv[2]) == 0 ? 0 : 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "make_samples: %s\n", e.what());
+        return 1;
+    }
+}
