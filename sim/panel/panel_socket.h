@@ -1,0 +1,20 @@
+// The panel's one socket: 127.0.0.1:QRCODE_PEER_PORT, sending to 127.0.0.1:QRCODE_SERVER_PORT.
+#ifndef SIM_PANEL_SOCKET_H
+#define SIM_PANEL_SOCKET_H
+
+#include <string>
+
+#include "panel_event.h"
+
+// Makes and binds the socket; the kernel notes each datagram's time of arrival on it. Returns its
+// descriptor, the caller's to close; or -1 with the reason in `error`.
+int Panel_OpenSocket(std::string& error);
+
+// Takes one datagram that is there already. Returns false when there is none.
+bool Panel_Receive(int fd, PanelEvent& event);
+
+// Sends one datagram to the service and makes the event of it. Returns false, with the reason in
+// `error`, when it did not leave; that nobody listens does not show.
+bool Panel_Send(int fd, const PanelBytes& datagram, PanelEvent& event, std::string& error);
+
+#endif
