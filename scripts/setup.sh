@@ -1,0 +1,71 @@
+#!/bin/bash
+# Installs what is missing of the Debian packages that the named groups need, and calls no package
+# manager when nothing is. Each group holds the ones before it.
+#   build  to build and run the service, the simulated terminal and the demo (the default)
+#   test   ... and the tests
+#   check  ... and everything that checks the code
+set -euo pipefail
+
+readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
+    libopencv-imgcodecs-dev libzbar-dev libcli11-dev nlohmann-json3-dev bubblewrap)
+readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
+readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev shellcheck
+    valgrind)
+
+fail()
+{
+    echo "$(basename "$0"): $*" >&2
+    exit "${status:-1}"
+}
+
+# Prints those of the packages that are not installed.
+missing_of()
+{
+    local installed
+    installed=$(dpkg-query -W -f='${db:Status-Status} ${Package}\n' "$@" 2> /dev/null || true)
+    local package
+    for package in "$@"; do
+        grep -qxF "installed $package" <<< "$installed" || echo "$package"
+    done
+}
+
+# Runs a command as root; what it prints is shown only when it fails.
+quietly_as_root()
+{
+    local output
+    if ((EUID == 0)); then
+        output=$("$@" 2>&1) || fail "failed: $*"$'\n'"$output"
+    else
+        output=$(sudo -- "$@" 2>&1) || fail "failed: sudo $*"$'\n'"$output"
+    fi
+}
+
+packages=("${BUILD_PACKAGES[@]}")
+for group in "$@"; do
+    case $group in
+    build) ;;
+    test) packages+=("${TEST_PACKAGES[@]}") ;;
+    check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
+    -h | --help)
+        echo "usage: $(basename "$0") [build|test|check]..."
+        exit 0
+        ;;
+    *)
+        status=2 fail "unknown group \"$group\"; there are: build, test, check"
+        ;;
+    esac
+done
+
+command -v dpkg-query > /dev/null ||
+    fail "this is no Debian; install the likes of these by hand: ${packages[*]}"
+mapfile -t missing < <(missing_of "${packages[@]}")
+if ((${#missing[@]} == 0)); then
+    exit 0
+fi
+((EUID == 0)) || command -v sudo > /dev/null ||
+    fail "not root and no sudo; as root: apt-get install --no-install-recommends ${missing[*]}"
+
+echo "Installing ${missing[*]} ..." >&2
+quietly_as_root apt-get -qq update
+quietly_as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get -qq -y --no-install-recommends install "${missing[@]}"
