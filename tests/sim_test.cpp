@@ -153,12 +153,11 @@ TEST_F(SimTest, ChannelRefusesTheWrongOrder)
 
 TEST_F(SimTest, TakesTwentyFiveFramesASecondAtMost)
 {
-    Snap();
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 6; ++i) {
         Snap();
     }
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5 * 40 - 5));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5 * 40));
 }
 
 TEST_F(SimTest, CameraSeesThePictureFittedCentredAndMirrored)
@@ -263,7 +262,7 @@ TEST_F(SimTest, SceneThatDoesNotExistIsRefused)
 {
     std::string error;
     EXPECT_FALSE(Sim_OpenScene((folder / "absent").string(), 1, "", error));
-    EXPECT_EQ("scene " + (folder / "absent").string() + ": No such file or directory", error);
+    EXPECT_EQ("no such picture or folder: " + (folder / "absent").string(), error);
     EXPECT_FALSE(Sim_OpenScene("/dev/null", 1, "", error));
 }
 

@@ -1,18 +1,11 @@
-// The pictures that the demo shows, and the texts that are expected of them.
+// The scene that the demo shows, and the texts that are expected of its pictures.
 #ifndef TOOLS_DEMO_SCENE_H
 #define TOOLS_DEMO_SCENE_H
 
 #include <string>
-#include <vector>
 
 // The scene's path as the camera shall get it: absolute, without a slash at its end.
 std::string Demo_ScenePath(const std::string& scene);
-
-// Paths of the scene's pictures in the order in which the camera shows them: the file itself, or a
-// folder's regular files, without those whose name begins with "." or ends in ".txt" or ".md".
-// Returns false, with the reason in `error`, when there is no such file or folder.
-bool Demo_ListPictures(const std::string& scene, std::vector<std::string>& paths,
-                       std::string& error);
 
 struct DemoExpected {
     bool bKnown = false; // there is a text file beside the picture

@@ -18,6 +18,7 @@
 #include "demo_tally.h"
 #include "line_reader.h"
 #include "panel_frame.h"
+#include "scene_files.h"
 #include "service_noise.h"
 #include "stop_signal.h"
 
@@ -341,7 +342,7 @@ int Demo_Run(const DemoOptions& options)
     session.options = options;
     session.options.scene = Demo_ScenePath(options.scene);
     std::string error;
-    if (!Demo_ListPictures(session.options.scene, session.listed, error)) {
+    if (!Sim_ListPictures(session.options.scene, session.listed, error)) {
         Error(error);
         return DEMO_EXIT_USAGE;
     }

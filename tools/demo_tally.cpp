@@ -114,7 +114,8 @@ static void Count(DemoSummary& summary, const DemoView& view)
     summary.nWrong += view.bWrong ? 1 : 0;
     if (Demo_IsReportable(view.expected)) {
         ++summary.nReportable;
-        (view.bRight ? summary.nReported : summary.nMissed) += 1;
+        summary.nReported += view.bRight ? 1 : 0;
+        summary.nMissed += view.bRight || view.bWrong ? 0 : 1;
     } else if (view.expected.bKnown) {
         ++summary.nNothing;
     } else if (view.unreadable.empty()) {

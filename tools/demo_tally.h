@@ -72,7 +72,7 @@ void Tally_Break(DemoTally& tally);
 struct DemoSummary {
     int nReportable = 0; // with a reportable expected text
     int nReported = 0;   // ... that was reported
-    int nMissed = 0;     // ... that was not
+    int nMissed = 0;     // ... of which nothing was reported
     int nWrong = 0;      // with a wrong text, reportable or not; stray texts too
     int nNothing = 0;    // with an expected text that is not reportable
     int nFree = 0;       // without an expected text

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "camera_picture.h"
+#include "scene_files.h"
 
 namespace
 {
@@ -34,7 +34,6 @@ struct FileStamp {
 struct Scene {
     bool open = false;
     std::string path;
-    bool isFolder = false;
     std::chrono::milliseconds view{SIM_VIEW_MS};
     int events = -1;
 
@@ -68,38 +67,6 @@ bool Stamp(const std::string& path, FileStamp& stamp)
         static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec;
     stamp.bytes = info.st_size;
     return true;
-}
-
-bool EndsWith(const std::string& name, const char* ending)
-{
-    const size_t length = std::strlen(ending);
-    return name.size() >= length && name.compare(name.size() - length, length, ending) == 0;
-}
-
-// The pictures of the scene, in the order of their names.
-std::vector<std::string> Pictures(const Scene& scene)
-{
-    std::vector<std::string> paths;
-    if (!scene.isFolder) {
-        paths.push_back(scene.path);
-        return paths;
-    }
-    DIR* const folder = opendir(scene.path.c_str());
-    if (folder == nullptr) {
-        return paths;
-    }
-    while (const dirent* const entry = readdir(folder)) {
-        const std::string name = entry->d_name;
-        const std::string path = scene.path + "/" + name;
-        FileStamp stamp;
-        if (name[0] != '.' && !EndsWith(name, ".txt") && !EndsWith(name, ".md") &&
-            Stamp(path, stamp)) {
-            paths.push_back(path);
-        }
-    }
-    closedir(folder);
-    std::sort(paths.begin(), paths.end());
-    return paths;
 }
 
 void WriteEvent(Scene& scene, const char* event, const std::string& picture,
@@ -152,7 +119,9 @@ bool Load(Scene& scene, const std::string& path)
 // false when the scene has none.
 bool ShowNext(Scene& scene)
 {
-    const std::vector<std::string> paths = Pictures(scene);
+    std::vector<std::string> paths;
+    std::string error;
+    Sim_ListPictures(scene.path, paths, error); // a scene that has gone has no pictures
     const auto next = std::upper_bound(paths.begin(), paths.end(), scene.shown);
     std::vector<std::pair<std::string, bool>> order; // and whether it begins the scene anew
     for (auto it = next; it != paths.end(); ++it) {
@@ -196,18 +165,12 @@ bool Sim_OpenScene(const std::string& path, int viewMs, const std::string& event
                    std::string& error)
 {
     Sim_CloseScene();
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0) {
-        error = "scene " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode)) {
-        error = "scene " + path + ": neither a file nor a folder";
+    std::vector<std::string> paths;
+    if (!Sim_ListPictures(path, paths, error)) {
         return false;
     }
     Scene& scene = TheScene();
     scene.path = path;
-    scene.isFolder = S_ISDIR(info.st_mode);
     scene.view = std::chrono::milliseconds(viewMs);
     if (!eventsPath.empty()) {
         scene.events = ::open(eventsPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
