@@ -89,6 +89,30 @@ TEST_F(LogWriteTest, MissingFolderDropsTheEntry)
     EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
 }
 
+TEST_F(LogWriteTest, NeverWaitsForAReader)
+{
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600)); // nobody reads it
+    EXPECT_EQ(0, API_Log_Write(path.c_str(), "x"));
+}
+
+TEST_F(LogWriteTest, EntriesOfTwoThreadsStayWhole)
+{
+    const int entries = 2000;
+    const auto writeAll = [this](const char* text) {
+        for (int i = 0; i < entries; ++i) {
+            API_Log_Write(path.c_str(), "%s\n", text);
+        }
+    };
+    std::thread other(writeAll, "from the other thread");
+    writeAll("from this one");
+    other.join();
+    const std::string bytes = ReadAll(path);
+    EXPECT_EQ(entries * (22 + 21 + 1 + 5 + 22 + 13 + 1 + 5), static_cast<int>(bytes.size()));
+    const std::regex form(std::string(STAMP) + "from (the other thread|this one)\n</br>");
+    const std::sregex_iterator found(bytes.begin(), bytes.end(), form);
+    EXPECT_EQ(2 * entries, std::distance(found, std::sregex_iterator()));
+}
+
 TEST_F(LogWriteTest, DescriptorZeroCountsAsAFailure)
 {
     const int kept = dup(STDIN_FILENO);

@@ -111,6 +111,11 @@ TEST_F(ScanLoopTest, ForgetsTheTextOnlyAfterAReadingWithoutOne)
     EXPECT_EQ((Texts{A.text, A.text, A.text}), Run({A, NOTHING, A, A, UNDECODABLE, A}));
 }
 
+TEST_F(ScanLoopTest, ResultBelowOneIsAFailureWhateverTheBufferHolds)
+{
+    EXPECT_EQ((Texts{A.text, A.text}), Run({A, {B.text, 0}, A, {B.text, -1}}));
+}
+
 TEST_F(ScanLoopTest, SendsTextsThatTakeTurns)
 {
     EXPECT_EQ((Texts{A.text, B.text, A.text}), Run({A, B, B, A}));
