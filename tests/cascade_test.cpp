@@ -3,6 +3,7 @@
 #include "cascade.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
@@ -14,6 +15,7 @@
 #include "capture_decode.h"
 #include "files.h"
 #include "message.h"
+#include "scene_files.h"
 #include "sim_platform.h"
 
 namespace
@@ -166,7 +168,7 @@ std::vector<std::filesystem::path> Samples()
 }
 
 struct Reading {
-    int result;
+    int result = 0;
     std::string text;
 };
 
@@ -179,11 +181,36 @@ Reading Read()
     return {result, text};
 }
 
-// Whether the two are alike, but for `allowed` pixels.
-void ExpectAlike(const Picture& expected, const cv::Mat& picture, int allowed)
+void ExpectAlike(const Picture& expected, const cv::Mat& picture)
 {
     ASSERT_EQ(expected.size(), picture.size());
-    EXPECT_LE(cv::countNonZero(expected != picture), allowed);
+    EXPECT_EQ(0, cv::countNonZero(expected != picture)) << "pixels that differ";
+}
+
+// Takes a reading of a picture and checks what the scanner was handed, in order.
+void ReadAndCompare(const std::filesystem::path& path, Reading& reading)
+{
+    Sim_Reset();
+    std::string error;
+    ASSERT_TRUE(Sim_OpenScene(path.string(), SIM_VIEW_MS, "", error)) << error;
+    reading = Read();
+
+    cv::Mat picture;
+    ASSERT_TRUE(Sim_LoadPicture(path.string(), picture, error));
+    const cv::Mat src =
+        cv::imdecode(Sim_EncodeFrame(Sim_CameraFrame(picture, 400, 400), 99), cv::IMREAD_COLOR);
+    const std::vector<Picture> expected = ExpectedPictures(src);
+    ASSERT_EQ(16U, expected.size());
+    ASSERT_GE(16U, handed.size());
+    ASSERT_LE(1U, handed.size());
+    for (size_t i = 0; i < handed.size(); ++i) {
+        SCOPED_TRACE("scan " + std::to_string(i));
+        ExpectAlike(expected[i], handed[i]);
+    }
+    EXPECT_EQ(std::vector<std::vector<int>>(handed.size(), {0, 0, 1}), configured)
+        << "a scanner for each scan, every symbology on, nothing else changed";
+    EXPECT_TRUE(reading.result > 0 || handed.size() == 16U);
+    Sim_Reset();
 }
 
 TEST(CascadeTest, EverySampleIsReadAsExpectedFromExactlyThesePictures)
@@ -192,37 +219,33 @@ TEST(CascadeTest, EverySampleIsReadAsExpectedFromExactlyThesePictures)
     bool openedWon = false;
     for (const std::filesystem::path& sample : Samples()) {
         SCOPED_TRACE(sample.filename());
-        Sim_Reset();
-        std::string error;
-        ASSERT_TRUE(Sim_OpenScene(sample.string(), SIM_VIEW_MS, "", error)) << error;
-        const Reading reading = Read();
+        Reading reading;
+        ReadAndCompare(sample, reading);
         EXPECT_EQ(ExpectedText(sample), reading.text);
         EXPECT_EQ(reading.text.empty(), reading.result == 0);
-
-        cv::Mat picture;
-        ASSERT_TRUE(Sim_LoadPicture(sample.string(), picture, error));
-        const cv::Mat src =
-            cv::imdecode(Sim_EncodeFrame(Sim_CameraFrame(picture, 400, 400), 99), cv::IMREAD_COLOR);
-        const std::vector<Picture> expected = ExpectedPictures(src);
-        ASSERT_EQ(16U, expected.size());
-        ASSERT_GE(16U, handed.size());
-        ASSERT_LE(1U, handed.size());
-        for (size_t i = 0; i < handed.size(); ++i) {
-            SCOPED_TRACE("scan " + std::to_string(i));
-            ExpectAlike(expected[i], handed[i], 0);
-        }
-        EXPECT_EQ(std::vector<std::vector<int>>(handed.size(), {0, 0, 1}), configured)
-            << "a scanner for each scan, every symbology on, nothing else changed";
         if (reading.result > 0) {
             winners.insert((handed.size() + 1) / 2);
             openedWon = openedWon || handed.size() % 2 == 0;
-        } else {
-            EXPECT_EQ(16U, handed.size());
         }
     }
     EXPECT_EQ((std::set<size_t>{1, 2, 3, 4, 5, 6, 7, 8}), winners);
     EXPECT_TRUE(openedWon);
-    Sim_Reset();
+
+    // Pictures of one's own may join: QRCODE_TEST_PICTURES names a folder of them.
+    const char* const folder = std::getenv("QRCODE_TEST_PICTURES");
+    std::vector<std::string> others;
+    std::string error;
+    ASSERT_TRUE(folder == nullptr || Sim_ListPictures(folder, others, error)) << error;
+    size_t scans = 0;
+    for (const std::string& picture : others) {
+        SCOPED_TRACE(picture);
+        Reading reading;
+        ReadAndCompare(picture, reading);
+        scans += handed.size();
+    }
+    if (!others.empty()) {
+        std::printf("%zu pictures in %s, %zu scans compared\n", others.size(), folder, scans);
+    }
 }
 
 // A reading of these bytes as the snapshot's stream.
@@ -269,7 +292,7 @@ TEST(CaptureDecodeTest, OrientationTagIsNotApplied)
     const cv::Mat first = handed.at(0);
     const Reading tagged = ReadJpeg(WithSegment(jpeg, '\xE1', tag));
     EXPECT_EQ(plain.text, tagged.text);
-    ExpectAlike(first, handed.at(0), 0);
+    ExpectAlike(first, handed.at(0));
     const std::string bytes = WithSegment(jpeg, '\xE1', tag);
     const cv::Mat turned = cv::imdecode(
         cv::Mat(1, static_cast<int>(bytes.size()), CV_8UC1, const_cast<char*>(bytes.data())),
@@ -321,7 +344,7 @@ TEST(PrepareAttemptTest, LeavesTheGreyPictureAlone)
         const cv::Mat prepared = Qrcode_PrepareAttempt(n, grey, work);
         EXPECT_EQ(n == 1, prepared.data == grey.data);
         EXPECT_TRUE(prepared.isContinuous());
-        ExpectAlike(before, grey, 0);
+        ExpectAlike(before, grey);
     }
 }
 
