@@ -2,7 +2,7 @@
  *
  * An entry in the file is "[YYYY-MM-DD hh:mm:ss] ", the formatted text, and the marker "</br>".
  * The writer adds no newline: callers end their formats with "\n" themselves, so the marker opens
- * the next physical line. Readers of these files rely on exactly that form.
+ * the next physical line. That form is fixed.
  */
 #ifndef QRCODE_LOG_WRITE_H
 #define QRCODE_LOG_WRITE_H
@@ -19,13 +19,14 @@ enum {
 
 /* Appends one entry to the file at `path`; `format` and what follows obey printf's rules.
  *
- * Returns 1 when the entry was handed to write(), 0 when the file could not be opened (the folder
- * is not created: while it is missing, entries vanish). Whether the bytes reached the disk is not
- * reported; callers ignore the result.
+ * Returns 1 when the entry was handed to write(); 0 when the file could not be opened (the folder
+ * is not created: while it is missing, entries vanish) or came as descriptor 0, which counts as
+ * invalid and then stays open. Whether the bytes reached the disk is not reported; callers ignore
+ * the result.
  *
  * Each call opens, locks byte 0 of the file (fcntl record lock, waits for other processes), writes
- * with one write() in append mode, and closes: no descriptor stays open between entries. Safe from
- * both threads; takes about 21 KiB of stack. */
+ * with one write() in append mode, and closes: nothing stays open between entries. Safe from both
+ * threads; takes about 21 KiB of stack. */
 int API_Log_Write(const char* path, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 #endif

@@ -29,7 +29,7 @@ enum {
     MSG_SYNC = 0x3456,      /* nMsgSync of every frame the service sends; not checked by it */
     MSG_SOURCE_QRCODE = 10, /* nMsgSource of every frame the service sends; not checked by it */
     MSG_HEAD_SIZE = 20,     /* bytes of MsgHead */
-    MSG_DATA_SIZE = 3072,   /* bytes of the payload area: the largest payload the service sends */
+    MSG_DATA_SIZE = 3072,   /* bytes of the payload area of a frame that the service sends */
     QRCODE_TEXT_SIZE =
         1024, /* bytes of a text with its terminating zero, and of a result's payload */
     QRCODE_TEXT_REPORT_MIN = 11 /* bytes: a shorter text is read but never sent */

@@ -9,7 +9,6 @@
 #include <pthread.h>
 
 #include "log_write.h"
-#include "message.h"
 #include "run_flags.h"
 #include "socket_server.h"
 #include "udp_peer.h"

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "files.h"
+#include "wait.h"
 
 namespace
 {
@@ -160,9 +161,7 @@ TEST_F(LogWriteTest, WaitsForAnotherProcessThatHoldsTheFirstByte)
     struct stat info;
     ASSERT_EQ(0, stat(path.c_str(), &info));
     const std::regex waiter("-> POSIX +ADVISORY +WRITE .*:" + std::to_string(info.st_ino) + " 0 0");
-    while (!std::regex_search(ReadAll("/proc/locks"), waiter)) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(WaitUntil([&] { return std::regex_search(ReadAll("/proc/locks"), waiter); }));
     EXPECT_EQ("", ReadAll(path));
     ASSERT_EQ(1, write(toChild[1], &go, 1));
     writer.join();

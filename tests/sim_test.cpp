@@ -139,6 +139,9 @@ TEST_F(SimTest, ChannelRefusesTheWrongOrder)
     EXPECT_FALSE(Readable(HI_MPI_VENC_GetFd(CHN), 0));
     EXPECT_EQ(Sim_Error(SIM_VENC_GETSTREAM, SIM_WRONG_ORDER),
               HI_MPI_VENC_GetStream(CHN, &stream, 0));
+    MediaStream another{};
+    EXPECT_EQ(Sim_Error(SIM_VENC_RELEASESTREAM, SIM_BAD_ARGUMENT),
+              HI_MPI_VENC_ReleaseStream(CHN, &another));
     EXPECT_EQ(0, HI_MPI_VENC_ReleaseStream(CHN, &stream));
     EXPECT_EQ(Sim_Error(SIM_VENC_GETSTREAM, SIM_NO_PICTURE), HI_MPI_VENC_GetStream(CHN, &stream, 1))
         << "one picture was asked for";
@@ -149,6 +152,20 @@ TEST_F(SimTest, ChannelRefusesTheWrongOrder)
     EXPECT_EQ(0, HI_MPI_SYS_UnBind(&CAMERA, &ENCODER));
     EXPECT_EQ(absent(SIM_SYS_UNBIND), HI_MPI_SYS_UnBind(&CAMERA, &ENCODER));
     EXPECT_EQ(0, HI_MPI_VENC_DestroyChn(CHN));
+}
+
+TEST_F(SimTest, NoPictureGetsReadyOnceItsSourceIsUnbound)
+{
+    const MediaVencChnAttr attr = Attributes();
+    MediaVencStatus status{};
+    Snap(); // so that the next frame is due only in a while
+    ASSERT_EQ(0, HI_MPI_VENC_CreateChn(CHN, &attr));
+    ASSERT_EQ(0, HI_MPI_SYS_Bind(&CAMERA, &ENCODER));
+    ASSERT_EQ(0, HI_MPI_VENC_StartRecvFrame(CHN, &ONE));
+    ASSERT_EQ(0, HI_MPI_SYS_UnBind(&CAMERA, &ENCODER));
+    EXPECT_FALSE(Readable(HI_MPI_VENC_GetFd(CHN), 2 * SIM_FRAME_MS));
+    EXPECT_EQ(0, HI_MPI_VENC_QueryStatus(CHN, &status));
+    EXPECT_EQ(0U, status.nCurPacks);
 }
 
 TEST_F(SimTest, TakesTwentyFiveFramesASecondAtMost)

@@ -2,8 +2,10 @@
 // every fault of the platform through one table.
 #include "snap_channel.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <numeric>
 
@@ -15,13 +17,28 @@
 namespace
 {
 bool memoryIsShort = false;
+void* lastAllocated = nullptr;
+bool lastWasFreed = false;
+} // namespace
+
+extern "C" {
+void* __real_calloc(size_t count, size_t size);
+void* __wrap_calloc(size_t count, size_t size);
+void __real_free(void* memory);
+void __wrap_free(void* memory);
+
+void* __wrap_calloc(size_t count, size_t size)
+{
+    lastAllocated = memoryIsShort ? nullptr : __real_calloc(count, size);
+    lastWasFreed = false;
+    return lastAllocated;
 }
 
-extern "C" void* __real_calloc(size_t count, size_t size);
-extern "C" void* __wrap_calloc(size_t count, size_t size);
-extern "C" void* __wrap_calloc(size_t count, size_t size)
+void __wrap_free(void* memory)
 {
-    return memoryIsShort ? nullptr : __real_calloc(count, size);
+    lastWasFreed = lastWasFreed || memory == lastAllocated;
+    __real_free(memory);
+}
 }
 
 namespace
@@ -89,6 +106,9 @@ const std::string FETCH = " VENC_QueryStatus VENC_GetStream";
 const std::string RELEASE = " VENC_ReleaseStream";
 const std::string TEAR_DOWN = " SYS_UnBind VENC_StopRecvFrame VENC_DestroyChn";
 
+const std::string NO_PICTURE = "src.data is NULL\n";
+const std::string TIMED_OUT = "venc chn 4 get stream time out!\n";
+
 class SnapChannelTest : public testing::Test
 {
 protected:
@@ -107,6 +127,7 @@ TEST_F(SnapChannelTest, GoodSnapshotMakesTheseCallsWithTheseRecords)
     const Outcome outcome = Read("");
     EXPECT_GT(outcome.result, 0);
     EXPECT_EQ("", outcome.out + outcome.err);
+    EXPECT_FALSE(lastWasFreed) << "the pack array of a good snapshot stays, by design";
     EXPECT_EQ(400U, nSnapWidth);
     EXPECT_EQ(400U, nSnapHeight);
     ASSERT_EQ(SET_UP + WAIT + FETCH + RELEASE + TEAR_DOWN, Calls());
@@ -125,8 +146,11 @@ TEST_F(SnapChannelTest, GoodSnapshotMakesTheseCallsWithTheseRecords)
     const std::vector<uint8_t>& jpeg = CallsOf(SIM_VENC_SETJPEGPARAM)[0]->record;
     ASSERT_EQ(200U, jpeg.size());
     EXPECT_EQ(99U, Words(jpeg)[0]);
-    EXPECT_EQ(std::vector<uint8_t>(3 * 64, 16), std::vector<uint8_t>(&jpeg[4], &jpeg[196]))
-        << "the tables go back as they came";
+    MediaJpegParam asItCame{};
+    std::fill(&asItCame.aQuantTable[0][0], &asItCame.aQuantTable[0][0] + 3 * 64, uint8_t{16});
+    asItCame.nQuality = 99;
+    asItCame.nMcuPerEcs = 50;
+    EXPECT_EQ(0, std::memcmp(jpeg.data(), &asItCame, sizeof(asItCame))) << "but for the quality";
 
     const std::vector<uint32_t> ends = {7, 1, 0, 8, 0, 4};
     EXPECT_EQ(ends, Words(CallsOf(SIM_SYS_BIND)[0]->record));
@@ -166,8 +190,6 @@ void PrintTo(const Fault& fault, std::ostream* os)
     *os << fault.script;
 }
 
-const std::string NO_PICTURE = "src.data is NULL\n";
-const std::string TIMED_OUT = "venc chn 4 get stream time out!\n";
 const std::string RELEASE_ABSENT = "HI_MPI_VENC_ReleaseStream is error a0000903\n";
 const std::string RELEASE_NONE = "HI_MPI_VENC_ReleaseStream is error a0000904\n";
 const std::string UNBIND_ABSENT = "HI_MPI_SYS_Bind failed with 0xa0000a03!\n";
@@ -212,6 +234,9 @@ const Fault FAULTS[] = {
      SET_UP + TEAR_DOWN + WAIT + RELEASE + GIVEN_UP},
     {"GetFd", "HI_MPI_VENC_GetFd 0xa0080009", false, RELEASE_NONE + NO_PICTURE,
      "VencChn 4 GetFd faild with0xa0080009!\n", SET_UP + WAIT + RELEASE + TEAR_DOWN},
+    {"DescriptorZeroIsOne", "HI_MPI_VENC_GetFd 0\nHI_MPI_VENC_QueryStatus 0xa0080010", false,
+     RELEASE_NONE + NO_PICTURE, "VencChn 4 Query failed with 0xa0080010!\n",
+     SET_UP + WAIT + " VENC_QueryStatus" + RELEASE + TEAR_DOWN},
     {"DescriptorNotOpen", "HI_MPI_VENC_GetFd 31", false, RELEASE_NONE + NO_PICTURE,
      "snap jepg select failed!\n", SET_UP + WAIT + RELEASE + TEAR_DOWN},
     {"DescriptorBeyondTheSet", "HI_MPI_VENC_GetFd 1024", false, RELEASE_NONE + NO_PICTURE,
@@ -250,7 +275,19 @@ class SnapFaultTest : public SnapChannelTest, public testing::WithParamInterface
 TEST_P(SnapFaultTest, SaysSoAndCarriesOnToTheEnd)
 {
     const Fault& fault = GetParam();
+    const int input = open("/dev/null", O_RDONLY); // always readable
+    dup2(input, STDIN_FILENO);
+    close(input);
+    const auto start = std::chrono::steady_clock::now();
     const Outcome outcome = Read(fault.script);
+    if (fault.err == TIMED_OUT) {
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+    }
+    if (CallsOf(SIM_VENC_GETSTREAM).empty()) {
+        EXPECT_EQ(std::vector<uint8_t>(sizeof(MediaStream), 0),
+                  CallsOf(SIM_VENC_RELEASESTREAM)[0]->record)
+            << "as it was zeroed";
+    }
     std::string out = fault.out;
     if (fault.name == std::string("StreamTooLong")) { // the sum depends on the scene's JPEG
         EXPECT_EQ(0U, outcome.out.find("func:QrcodeVenc_CopyStreamData line:319 nStreamLen=2"));
@@ -281,6 +318,7 @@ TEST_F(SnapChannelTest, FailedFetchFreesThePacksButKeepsTheirNumber)
     std::memcpy(&stream, CallsOf(SIM_VENC_RELEASESTREAM)[0]->record.data(), sizeof(stream));
     EXPECT_EQ(nullptr, stream.pPack);
     EXPECT_EQ(3U, stream.nPacks);
+    EXPECT_TRUE(lastWasFreed);
 }
 
 TEST_F(SnapChannelTest, MemoryThatRunsOutIsSaidAndSurvived)
@@ -295,6 +333,21 @@ TEST_F(SnapChannelTest, MemoryThatRunsOutIsSaidAndSurvived)
     EXPECT_EQ(-1, result);
     EXPECT_EQ(nullptr, stream.pPack);
     EXPECT_EQ(0U, stream.nPacks);
+    FaceVenc_DestroyChn(4);
+}
+
+TEST_F(SnapChannelTest, WaitIsInMilliseconds)
+{
+    SimScript script;
+    script.pictureNever = true;
+    Sim_SetScript(script);
+    ASSERT_EQ(0, FaceVenc_StartSnap());
+    MediaStream stream = {};
+    testing::internal::CaptureStderr();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(-1, FaceVenc_GetStream(4, &stream, 150));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+    EXPECT_EQ(TIMED_OUT, testing::internal::GetCapturedStderr());
     FaceVenc_DestroyChn(4);
 }
 
@@ -318,6 +371,9 @@ TEST_F(SnapChannelTest, StepsPassThePlatformsCodesOnOrNotAsTheySay)
     EXPECT_EQ(14, FaceVenc_ReleaseStream(4, &stream));
     EXPECT_EQ(15, FaceVenc_DestroyChn(4));
     EXPECT_EQ(16, FaceVenc_GetStream(4, &stream, 1000));
+    script.faults = {{"HI_MPI_VENC_GetStream", {18, -1}}};
+    Sim_SetScript(script);
+    EXPECT_EQ(18, FaceVenc_GetStream(4, &stream, 1000));
     script.faults = {{"HI_MPI_VENC_DestroyChn", {17, -1}}};
     Sim_SetScript(script);
     EXPECT_EQ(17, FaceVenc_DestroyChn(4));

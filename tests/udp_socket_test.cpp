@@ -2,6 +2,7 @@
 #include "udp_socket.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -181,15 +182,31 @@ TEST_F(UdpSocketTest, TenInterruptionsEndAWaitAsATimeOut)
     for (int i = 0; i < 10; ++i) {
         expected += INTERRUPTED;
     }
+    const int input = open("/dev/null", O_RDONLY);
+    dup2(input, STDIN_FILENO);
+    close(input);
     testing::internal::CaptureStdout();
     int result = 0;
     {
         const Interruptions interruptions;
-        result = Select({a.fd}, READ, 0); // without limit
+        result = Select({0, a.fd}, READ, 0); // without limit; 0 is readable, and is skipped
     }
     EXPECT_EQ(expected + GAVE_UP, testing::internal::GetCapturedStdout());
     EXPECT_EQ(0, result);
     EXPECT_EQ(10, g_SelectIntrCount);
+}
+
+TEST_F(UdpSocketTest, InterruptedWaitGoesOnWithWhatIsLeftOfItsTime)
+{
+    testing::internal::CaptureStdout();
+    {
+        const Interruptions interruptions; // every 2 ms
+        EXPECT_EQ(0, Select({a.fd}, READ, 10));
+    }
+    EXPECT_EQ(std::string::npos, testing::internal::GetCapturedStdout().find("retunfunc"));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, Select({a.fd}, READ, 50));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
 }
 
 TEST_F(UdpSocketTest, OnlyTheFirstHundredInterruptionsOfTheProcessArePrinted)
@@ -199,7 +216,7 @@ TEST_F(UdpSocketTest, OnlyTheFirstHundredInterruptionsOfTheProcessArePrinted)
         testing::internal::CaptureStdout();
         {
             const Interruptions interruptions;
-            Select({a.fd}, READ, 0);
+            Select({a.fd}, READ, -1);
         }
         std::string expected;
         for (int i = before; i < 100; ++i) {
@@ -313,9 +330,10 @@ TEST_F(UdpSocketTest, OptionsAreSetWhereTheirArgumentIsNotZero)
     EXPECT_EQ(untouched, Option<int>(a.fd, SO_SNDBUF));
     EXPECT_EQ(40000, Option<int>(a.fd, SO_RCVBUF)) << "the system doubles it";
 
-    EXPECT_EQ(-1, NET_SocketFunc_SetSockOpt(b.fd, 1, -1500, 2000, 30000, 0)) << "bad time-out";
+    EXPECT_EQ(-1, NET_SocketFunc_SetSockOpt(b.fd, 0, -1500, 2000, 30000, 0)) << "bad time-out";
     EXPECT_EQ(2, Option<timeval>(b.fd, SO_RCVTIMEO).tv_sec) << "the later ones are still set";
     EXPECT_EQ(60000, Option<int>(b.fd, SO_SNDBUF));
+    EXPECT_EQ(0, Option<int>(b.fd, SO_REUSEADDR));
 }
 
 TEST_F(UdpSocketTest, ServerSocketIsBoundToLoopbackWithItsTimeOuts)
@@ -335,9 +353,15 @@ TEST_F(UdpSocketTest, ServerSocketIsBoundToLoopbackWithItsTimeOuts)
 
 TEST_F(UdpSocketTest, ServerSocketOnATakenPortSaysSo)
 {
+    const int next = dup(a.fd);
+    close(next);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(-1, API_Socket_Server_Init(ntohs(a.addr.sin_port)));
+    const int result = API_Socket_Server_Init(ntohs(a.addr.sin_port));
+    const bool leftOpen = fcntl(next, F_GETFD) == 0;
     EXPECT_EQ("API_Socket_Server_Init bind is error 98\n", testing::internal::GetCapturedStdout());
+    EXPECT_EQ(-1, result);
+    EXPECT_TRUE(leftOpen);
+    close(next);
 }
 
 } // namespace

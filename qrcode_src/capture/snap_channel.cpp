@@ -220,7 +220,7 @@ int FaceVenc_GetStream(int nVencChn, MediaStream* pStream, int nWaitMs)
 int QrcodeVenc_CopyStreamData(const MediaStream* pStream, uint8_t* pDst)
 {
     if (pDst == nullptr || pStream == nullptr) {
-        std::printf("FaceVenc_CopyStreamData error \n");
+        std::printf("FaceVenc_CopyStreamData error \n"); // this name is meant
         return -1;
     }
     const uint32_t nPacks = pStream->pPack != nullptr ? pStream->nPacks : 0;

@@ -7,14 +7,16 @@
 //   QrcodeVenc_CopyStreamData(&stream, picture);
 //   FaceVenc_ReleaseStream(SNAP_VENC_CHN, &stream);
 //   FaceVenc_DestroyChn(SNAP_VENC_CHN).
-// After a failed step the picture buffer simply stays zero; the tear-down clears what the set-up
-// left. Behind it stand the encoder (VENC) and the video processing unit (VPSS) of the media
-// platform; another process must have video processing group 1, channel 0 running.
+// Where a failed step leaves no picture, the picture buffer simply stays zero. The tear-down clears
+// what the set-up left, unless the channel does not stop; then the next set-up is refused, and its
+// later steps and tear-down act on the old channel. Behind it all stand the encoder (VENC) and the
+// video processing unit (VPSS) of the media platform; another process must have video processing
+// group 1, channel 0 running.
 //
 // Results: 0 for success, -1 for a failure of our own (and some of the platform's, as said below),
 // otherwise the platform's code as it came. Failures print a line, of set-up, copy, release and
 // tear-down on standard output, of the snapshot itself on standard error; its texts are fixed,
-// misspellings and blanks included, because they are searched for in the field.
+// misspellings and blanks included.
 //
 // Main thread only, one call at a time.
 #ifndef QRCODE_SNAP_CHANNEL_H

@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// Stands in place of a line end; read by the terminal's log viewer.
+// Stands in place of a line end, on purpose.
 static const char LOG_ENTRY_END[] = "</br>";
 
 // Room for "[...] " with every number at its widest.

@@ -23,8 +23,7 @@ int NET_Socket_Server_Start()
         g_ClientSock = API_Socket_Client_Init(QRCODE_PEER_PORT, &g_PeerAddr);
         return 0;
     }
-    // The one message for the UI log, on purpose: the terminal's own log shows that scanning is
-    // off.
+    // The one message that goes to the UI log, not to our own, on purpose.
     API_Log_Write(UI_LOG_PATH, "API_Socket_Server_Init is error port=%d\n", QRCODE_SERVER_PORT);
     return -1;
 }

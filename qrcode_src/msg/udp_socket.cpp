@@ -16,7 +16,7 @@ static const char LOOPBACK_ADDR[] = "127.0.0.1";
 enum {
     SELECT_INTR_PRINTED = 100, // interruptions printed in the process's life
     SELECT_INTR_MAX = 9,       // interruptions of one wait that start it again
-    SELECT_INTR_LINE = 104, // places in the printed texts; fixed, what reads the output knows them
+    SELECT_INTR_LINE = 104,    // places in the printed texts; fixed
     SELECT_GIVE_UP_LINE = 115,
     RETRY_MAX = 2, // pauses are made while the failures before are not above this: three in all
     RECV_PAUSE_US = 10000,
@@ -51,6 +51,7 @@ int API_Socket_Server_Init(int nPort)
     const int fd = socket(AF_INET, SOCK_DGRAM, 0); // a failure shows at bind
     struct sockaddr_in addr;
     FillLoopbackAddr(nPort, &addr);
+    // A socket without some of its options is used as it is.
     NET_SocketFunc_SetSockOpt(fd, 1, SOCKET_WAIT_MS, SOCKET_WAIT_MS, 0, 0);
     if (bind(fd, reinterpret_cast<const struct sockaddr*>(&addr), sizeof(addr)) != 0) {
         std::printf("%s bind is error %d\n", "API_Socket_Server_Init", errno);

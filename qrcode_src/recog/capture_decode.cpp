@@ -44,8 +44,8 @@ bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey)
     return true;
 }
 
-// Takes one snapshot into the zeroed picture buffer. No result is looked at: whatever fails, the
-// later steps still run, and the buffer stays zero.
+// Takes one snapshot into the zeroed picture buffer. No result is looked at, on purpose: whatever
+// fails, the later steps still run, and without a picture the buffer stays zero.
 static void TakeSnapshot(uint8_t* pPicture)
 {
     FaceVenc_StartSnap();

@@ -8,13 +8,14 @@
 // `szText` is the caller's buffer of QRCODE_TEXT_SIZE bytes, zeroed before the call; a text is
 // written over its start without a terminator, at most QRCODE_TEXT_SIZE - 1 bytes of it.
 //
-// Returns the length in bytes of the last symbol's text, 1 or more; 0 when no attempt found any, or
-// -1 when there was no picture or none that decodes (a line on standard output says so); in both
-// cases `szText` is untouched. Failures of the snapshot are printed by it and end here as -1.
+// Returns the length in bytes of the last symbol's text, 1 or more; 0 when no attempt had any (see
+// symbol_scan.h for what `szText` may hold then); -1 when there was no picture or none that
+// decodes, with a line on standard output and `szText` untouched. Failures of the snapshot are
+// printed by it; where they leave no picture they end here as -1.
 //
-// Blocks for the snapshot (up to SNAP_WAIT_MS) and for at most 16 scans. Main thread only, not
-// reentrant; keeps MAXFRAMERINBUF (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar
-// pass to the caller.
+// Blocks for the snapshot (up to SNAP_WAIT_MS for the picture to get ready, then until the platform
+// has delivered it) and for at most 16 scans. Main thread only, not reentrant; keeps MAXFRAMERINBUF
+// (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar pass to the caller.
 int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
 
 // The two steps of a reading after the snapshot, for callers that have the bytes already.

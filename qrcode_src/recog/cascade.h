@@ -21,7 +21,7 @@ cv::Mat Qrcode_PrepareAttempt(int nAttempt, const cv::Mat& grey, cv::Mat& work);
 
 // Makes one attempt after the other with Qrcode_ScanWithOpening, on the picture and the caller's
 // text buffer of QRCODE_TEXT_SIZE bytes, until one finds a text. Returns the length of its text in
-// bytes, or 0 when none of the eight found any; `szText` is untouched then.
+// bytes, or 0 when none of the eight had any (see symbol_scan.h for what `szText` may hold then).
 int Qrcode_ScanCascade(const cv::Mat& grey, char* szText);
 
 #endif

@@ -11,8 +11,9 @@
 // Scans once. The text of each symbol found, up to its first zero byte and QRCODE_TEXT_SIZE - 1
 // bytes of it, is written over the start of `szText`, in zbar's order and without a terminator:
 // after several symbols the last text stands first, with the tail of a longer earlier one behind
-// it. Returns the bytes written for the last symbol; 0 for no symbol (or an error of the scan),
-// with `szText` untouched.
+// it. Returns the bytes written for the last symbol; 0, with `szText` untouched, for no symbol or
+// an error of the scan. When the last of several texts is empty the result is 0 as well, and an
+// earlier one stands in `szText`.
 int Qrcode_ScanImage(cv::Mat picture, char* szText);
 
 // Scans, and when that returns less than 1 scans once more after a 3 x 3 opening, which removes

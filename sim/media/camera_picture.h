@@ -10,9 +10,9 @@
 // Grey value of the wall behind and beside every picture.
 enum { SIM_WALL_GREY = 128 };
 
-// Reads a picture in any format that OpenCV reads, the way up that its orientation tag says, as
-// 8-bit blue-green-red; what is transparent becomes white. Returns false, with the reason in
-// `error`, when the file is missing, empty or no picture; throws nothing.
+// Reads a picture in any format that OpenCV reads as 8-bit blue-green-red, the way up that its
+// orientation tag says; one with an alpha channel as stored, with white where it is transparent.
+// Returns false, with the reason in `error`, when the file is missing, empty or no picture.
 bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error);
 
 // The frame of `width` x `height` pixels that a camera at a door sees of the picture: fitted into

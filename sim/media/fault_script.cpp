@@ -1,6 +1,5 @@
 #include "fault_script.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>

@@ -5,8 +5,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <poll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -29,6 +27,7 @@ enum {
     VPSS_GROUP = 1,
     VPSS_CHANNEL = 0,
     DEFAULT_QUALITY = 90,
+    DEFAULT_MCU_PER_ECS = 50,
     MAX_SIDE = 8192,     // pixels
     SKIPPED_BYTE = 0xEE, // what stands in the leading bytes of a pack: nothing of a JPEG
     MAX_VIEW_MS = 3600000
@@ -48,6 +47,7 @@ struct Channel {
     int timer = -1;    // the channel's descriptor: a timer that expires when the picture is ready
     MediaVencChnAttr attr{};
     MediaJpegParam jpeg{};
+    MediaPack* lentPacks = nullptr;          // the record that the fetched picture was given in
     std::vector<std::vector<uint8_t>> packs; // the stream buffer
     std::vector<SimPackLayout> layout;
 };
@@ -180,7 +180,7 @@ void FillPacks(Channel& channel, const std::vector<uint8_t>& jpeg)
 void LookForPicture(Channel& channel)
 {
     Platform& platform = ThePlatform();
-    if (channel.picture != Picture::awaited || platform.script.pictureNever ||
+    if (channel.picture != Picture::awaited || platform.script.pictureNever || !channel.bound ||
         NowNs() < channel.dueNs) {
         return;
     }
@@ -196,7 +196,8 @@ void WaitForPicture(Channel& channel, int waitMs)
     LookForPicture(channel);
     if (channel.picture == Picture::awaited && waitMs != 0) {
         pollfd ready = {channel.timer, POLLIN, 0};
-        poll(&ready, 1, waitMs);
+        while (poll(&ready, 1, waitMs) < 0 && errno == EINTR) {
+        }
         LookForPicture(channel);
     }
 }
@@ -277,8 +278,11 @@ bool SetUpFromEnvironment()
         Sim_SetScript(script);
     }
     const std::string scene = Environment("QRCODE_SIM_SCENE");
-    if (!scene.empty() &&
-        !Sim_OpenScene(scene, static_cast<int>(viewMs), Environment("QRCODE_SIM_EVENTS"), error)) {
+    const std::string events = Environment("QRCODE_SIM_EVENTS");
+    if (scene.empty() && !(view.empty() && events.empty())) {
+        RefuseStart("QRCODE_SIM_VIEW_MS and QRCODE_SIM_EVENTS want a QRCODE_SIM_SCENE");
+    }
+    if (!scene.empty() && !Sim_OpenScene(scene, static_cast<int>(viewMs), events, error)) {
         RefuseStart(error);
     }
     return true;
@@ -308,6 +312,15 @@ int Sim_Error(SimOp op, SimReason reason)
 void Sim_SetScript(const SimScript& script)
 {
     ThePlatform().script = script;
+    for (Channel& channel : ThePlatform().channels) { // pictures may come again, or no longer
+        if (channel.created && channel.bound && channel.picture == Picture::awaited) {
+            if (script.pictureNever) {
+                DisarmTimer(channel);
+            } else {
+                ArmTimer(channel, channel.dueNs);
+            }
+        }
+    }
 }
 
 void Sim_KeepCalls(bool keep)
@@ -362,11 +375,12 @@ int HI_MPI_VENC_CreateChn(int nVencChn, const MediaVencChnAttr* pAttr)
         }
         channel.timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
         if (channel.timer < 0) {
-            return Sim_Error(op, SIM_WRONG_ORDER);
+            return Sim_Error(op, SIM_NO_RESOURCE);
         }
         channel.created = true;
         channel.attr = *pAttr;
         channel.jpeg.nQuality = DEFAULT_QUALITY;
+        channel.jpeg.nMcuPerEcs = DEFAULT_MCU_PER_ECS;
         for (auto& table : channel.jpeg.aQuantTable) { // any tables: what matters is that they stay
             std::fill(std::begin(table), std::end(table), uint8_t{16});
         }
@@ -453,6 +467,7 @@ int HI_MPI_SYS_UnBind(const MediaEndpoint* pSrc, const MediaEndpoint* pDst)
             return Sim_Error(op, SIM_ABSENT);
         }
         channel->bound = false;
+        DisarmTimer(*channel); // no picture comes any more
         return 0;
     });
 }
@@ -549,6 +564,7 @@ int HI_MPI_VENC_GetStream(int nVencChn, MediaStream* pStream, int nWaitMs)
             pack.nOffset = channel->layout[i].skip;
         }
         pStream->nPacks = static_cast<uint32_t>(channel->packs.size());
+        channel->lentPacks = pStream->pPack;
         channel->picture = Picture::fetched;
         DisarmTimer(*channel);
         return 0;
@@ -568,6 +584,9 @@ int HI_MPI_VENC_ReleaseStream(int nVencChn, MediaStream* pStream)
         }
         if (channel->picture != Picture::fetched) {
             return Sim_Error(op, SIM_WRONG_ORDER);
+        }
+        if (pStream->pPack != channel->lentPacks || pStream->nPacks != channel->packs.size()) {
+            return Sim_Error(op, SIM_BAD_ARGUMENT);
         }
         // The stream buffer is the encoder's again: what is read through it from now on is wrong.
         for (std::vector<uint8_t>& pack : channel->packs) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -69,6 +70,26 @@ bool Stamp(const std::string& path, FileStamp& stamp)
     return true;
 }
 
+// write(), but a FIFO whose reader has gone is an error and not the end of the program. The signal
+// is held back for this one write only: how it is handled is the program's to say.
+ssize_t WriteWithoutSignal(int fd, const std::string& text)
+{
+    sigset_t pipeSignal;
+    sigset_t before;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+    const ssize_t written = write(fd, text.data(), text.size());
+    const int error = errno;
+    if (written < 0 && error == EPIPE) {
+        const timespec now = {0, 0};
+        sigtimedwait(&pipeSignal, nullptr, &now);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return written;
+}
+
 void WriteEvent(Scene& scene, const char* event, const std::string& picture,
                 const std::string& reason)
 {
@@ -87,7 +108,7 @@ void WriteEvent(Scene& scene, const char* event, const std::string& picture,
     }
     const std::string text =
         line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-    if (write(scene.events, text.data(), text.size()) < 0) {
+    if (WriteWithoutSignal(scene.events, text) < 0) {
         std::fprintf(stderr, "sim: events: %s\n", std::strerror(errno));
         close(scene.events);
         scene.events = -1;

@@ -6,8 +6,8 @@
 //   QRCODE_SIM_VIEW_MS  how long each picture is on view (default SIM_VIEW_MS)
 //   QRCODE_SIM_EVENTS   file or FIFO for the scene's events (see scene.h)
 //   QRCODE_SIM_SCRIPT   file with scripted faults (see fault_script.h)
-// A scene, number or script that is wrong ends the program there with status 2 and a line on
-// standard error. Like the service, the platform expects all calls from one thread.
+// Anything wrong with them ends the program there with status 2 and a line on standard error. Like
+// the service, the platform expects all calls from one thread.
 #ifndef SIM_PLATFORM_H
 #define SIM_PLATFORM_H
 
@@ -32,7 +32,8 @@ enum SimReason {
     SIM_EXISTS = 2,       // the channel is already there, or the binding
     SIM_ABSENT = 3,       // no such channel or binding
     SIM_WRONG_ORDER = 4,  // not in this state
-    SIM_NO_PICTURE = 5    // none ready, or not in time
+    SIM_NO_PICTURE = 5,   // none ready, or not in time
+    SIM_NO_RESOURCE = 6   // this machine gives no more descriptors
 };
 
 enum SimOp {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <string>
@@ -11,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+#include "wait.h"
 
 class Program
 {
@@ -24,12 +27,16 @@ public:
         if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
             return;
         }
+        signal(SIGPIPE, SIG_IGN); // of this program: words to a child that has ended are lost
         pid_ = fork();
         if (pid_ == 0) {
+            signal(SIGPIPE, SIG_DFL);
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             dup2(in[0], STDIN_FILENO);
             dup2(out[1], STDOUT_FILENO);
             dup2(out[1], STDERR_FILENO);
+            // A BLAS library behind OpenCV may start threads of its own while it loads.
+            setenv("OPENBLAS_NUM_THREADS", "1", 1);
             for (const std::string& variable : environment) {
                 putenv(const_cast<char*>(variable.c_str()));
             }
@@ -104,16 +111,24 @@ public:
         }
     }
 
-    // Waits for the end by itself. Returns the exit status, or -1 for a signal.
+    // Waits for the end by itself. Returns the exit status, or -1 for a signal or no end in time.
     int Wait()
     {
+        if (!WaitUntil([this] { return !Runs(); })) {
+            return -1;
+        }
         int status = 0;
         waitpid(pid_, &status, 0);
         pid_ = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    bool Runs() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
+    bool Runs() const
+    {
+        siginfo_t info = {};
+        waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT);
+        return info.si_pid == 0;
+    }
 
     void Kill()
     {
