@@ -1,5 +1,6 @@
 // The whole service binary over the simulated terminal: against the panel, and against a bare
 // socket in the main application's place where a test needs to be ill-timed or silent.
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
@@ -73,7 +74,7 @@ bool WaitForPanel()
     });
 }
 
-// The thread sanitizer keeps a thread of its own in every program.
+// The thread sanitizer keeps a thread of its own in a program that starts one.
 #ifndef __has_feature
 #define __has_feature(feature) 0
 #endif
@@ -88,7 +89,7 @@ int Threads(pid_t pid)
     std::smatch match;
     const std::string status = ReadAll("/proc/" + std::to_string(pid) + "/status");
     return std::regex_search(status, match, std::regex("Threads:\\s*(\\d+)"))
-               ? std::stoi(match[1]) - SANITIZER_THREADS
+               ? std::max(1, std::stoi(match[1]) - SANITIZER_THREADS)
                : -1;
 }
 
