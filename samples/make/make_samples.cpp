@@ -70,7 +70,7 @@ void WriteFile(const std::string& path, const std::string& bytes)
 cv::Mat Raw(const std::string& name)
 {
     const std::string path = g_rawFolder + "/" + name + ".png";
-    const cv::Mat code = cv::imread(path, cv::IMREAD_GRAYSCALE);
+    cv::Mat code = cv::imread(path, cv::IMREAD_GRAYSCALE);
     if (code.empty()) {
         throw std::runtime_error(path + ": not a picture that can be read");
     }
@@ -106,7 +106,8 @@ cv::Mat Wall(int width, int height)
 {
     cv::Mat wall(height, width, CV_8U);
     for (int y = 0; y < height; ++y) {
-        wall.row(y).setTo(cv::Scalar(150 - 60 * y / height));
+        const int grey = 150 - 60 * y / height;
+        wall.row(y).setTo(cv::Scalar(grey));
     }
     return wall;
 }
