@@ -1,9 +1,10 @@
 #!/bin/bash
 # Installs what is missing of the Debian packages that the named groups need, and calls no package
-# manager when nothing is. Each group holds the ones before it.
+# manager when nothing is. Every group holds the first, "check" the first two.
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code
+#   device to build for the device, and to emulate it
 set -euo pipefail
 
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
@@ -11,6 +12,7 @@ readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgp
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
 readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev shellcheck
     valgrind)
+readonly DEVICE_PACKAGES=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
 
 fail()
 {
@@ -46,12 +48,13 @@ for group in "$@"; do
     build) ;;
     test) packages+=("${TEST_PACKAGES[@]}") ;;
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
+    device) packages+=("${DEVICE_PACKAGES[@]}") ;;
     -h | --help)
-        echo "usage: $(basename "$0") [build|test|check]..."
+        echo "usage: $(basename "$0") [build|test|check|device]..."
         exit 0
         ;;
     *)
-        status=2 fail "unknown group \"$group\"; there are: build, test, check"
+        status=2 fail "unknown group \"$group\"; there are: build, test, check, device"
         ;;
     esac
 done

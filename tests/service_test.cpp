@@ -1,7 +1,6 @@
 // The whole service binary over the simulated terminal: against the panel, and against a bare
 // socket in the main application's place where a test needs to be ill-timed or silent.
 #include <algorithm>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -9,9 +8,11 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "allowances.h"
 #include "files.h"
 #include "message.h"
 #include "program.h"
+#include "service_peer.h"
 #include "udp_peer.h"
 #include "wait.h"
 
@@ -25,30 +26,6 @@ const std::string PLAIN = SAMPLES_DIR "/plain.png";
 std::vector<std::string> Scene(const std::string& path, int viewMs = 1)
 {
     return {"QRCODE_SIM_SCENE=" + path, "QRCODE_SIM_VIEW_MS=" + std::to_string(viewMs)};
-}
-
-std::string Command(uint32_t command, size_t length = 20, int mode = 0)
-{
-    std::string frame(length, '\0');
-    std::memcpy(&frame[4], &command, 4);
-    if (length > MSG_PARAM_MODE_OFFSET) {
-        frame[MSG_PARAM_MODE_OFFSET] = static_cast<char>(mode);
-    }
-    return frame;
-}
-
-std::string Mode(int mode)
-{
-    return Command(MSG_CMD_QRCODE_PARAM, 1160, mode);
-}
-
-const sockaddr_in& ServiceAddress()
-{
-    static sockaddr_in addr;
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(10010);
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return addr;
 }
 
 // How many times a text stands in a file.
@@ -74,22 +51,12 @@ bool WaitForPanel()
     });
 }
 
-// The thread sanitizer keeps a thread of its own in a program that starts one.
-#ifndef __has_feature
-#define __has_feature(feature) 0
-#endif
-#if defined(__SANITIZE_THREAD__) || __has_feature(thread_sanitizer)
-const int SANITIZER_THREADS = 1;
-#else
-const int SANITIZER_THREADS = 0;
-#endif
-
 int Threads(pid_t pid)
 {
     std::smatch match;
     const std::string status = ReadAll("/proc/" + std::to_string(pid) + "/status");
     return std::regex_search(status, match, std::regex("Threads:\\s*(\\d+)"))
-               ? std::max(1, std::stoi(match[1]) - SANITIZER_THREADS)
+               ? std::max(1, std::stoi(match[1]) - EXTRA_THREADS)
                : -1;
 }
 
@@ -125,11 +92,11 @@ protected:
 
 TEST_F(ServiceTest, PanelHearsHelloAndResults)
 {
-    Program panel({PANEL, "--json", "--count", "2"});
+    Program panel(Emulated({PANEL, "--json", "--count", "2"}));
     std::string line;
     const std::string text = ExpectedText(PLAIN);
     ASSERT_TRUE(WaitForPanel()) << "or it may miss the hello";
-    Program service({SERVICE}, Scene(PLAIN));
+    Program service(Emulated({SERVICE}), Scene(PLAIN));
     std::vector<std::string> seen;
     while (panel.Line(line)) {
         if (line[0] != '{') { // said on standard error
@@ -160,7 +127,7 @@ TEST_F(ServiceTest, PanelHearsHelloAndResults)
 TEST_F(ServiceTest, ModeThatComesTooLateNeverStartsIt)
 {
     const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service({SERVICE}, Scene(PLAIN));
+    const Program service(Emulated({SERVICE}), Scene(PLAIN));
     Hello(peer);
     std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the lateness itself
     peer.SendTo(ServiceAddress(), Mode(1));
@@ -174,7 +141,7 @@ TEST_F(ServiceTest, ModeThatComesTooLateNeverStartsIt)
 TEST_F(ServiceTest, ModeHasMostOfThe300Milliseconds)
 {
     const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service({SERVICE}, Scene(PLAIN));
+    const Program service(Emulated({SERVICE}), Scene(PLAIN));
     Hello(peer);
     std::this_thread::sleep_for(std::chrono::milliseconds(150)); // late, but in time
     peer.SendTo(ServiceAddress(), Mode(1));
@@ -185,7 +152,7 @@ TEST_F(ServiceTest, ModeHasMostOfThe300Milliseconds)
 TEST_F(ServiceTest, ModeThreeFreezesTheFlagOffAndModeZeroFreezesItOn)
 {
     const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service({SERVICE}, Scene(PLAIN));
+    const Program service(Emulated({SERVICE}), Scene(PLAIN));
     Hello(peer);
     peer.SendTo(ServiceAddress(), Mode(3));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
@@ -219,7 +186,7 @@ TEST_F(ServiceTest, TakenPortIsSaidAndParksIt)
     const UdpPeer peer(QRCODE_PEER_PORT);
     const UdpPeer taker(QRCODE_SERVER_PORT);
     ASSERT_TRUE(taker.bound);
-    Program service({SERVICE}, Scene(PLAIN));
+    Program service(Emulated({SERVICE}), Scene(PLAIN));
     std::string line;
     ASSERT_TRUE(service.Line(line)) << "at once, though standard output is a pipe";
     EXPECT_EQ("API_Socket_Server_Init bind is error 98", line);
@@ -238,7 +205,7 @@ TEST_F(ServiceTest, MissingLogFolderChangesNothingElse)
 {
     std::filesystem::remove_all("/Database/doorlog");
     const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service({SERVICE}, Scene(PLAIN));
+    const Program service(Emulated({SERVICE}), Scene(PLAIN));
     Hello(peer);
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
@@ -248,13 +215,13 @@ TEST_F(ServiceTest, MissingLogFolderChangesNothingElse)
 
 TEST_F(ServiceTest, PanelCanBeRestarted)
 {
-    auto first = std::make_unique<Program>(std::vector<std::string>{PANEL, "--json"});
+    auto first = std::make_unique<Program>(Emulated({PANEL, "--json"}));
     ASSERT_TRUE(WaitForPanel());
-    const Program service({SERVICE}, Scene(PLAIN));
+    const Program service(Emulated({SERVICE}), Scene(PLAIN));
     std::string line;
     ASSERT_TRUE(first->LineWith("0x904", line));
     first.reset(); // killed: what is sent now is lost
-    Program second({PANEL, "--count", "1"});
+    Program second(Emulated({PANEL, "--count", "1"}));
     EXPECT_TRUE(second.LineWith(ExpectedText(PLAIN), line));
     EXPECT_EQ(0, second.Wait());
     EXPECT_TRUE(service.Runs());
@@ -271,7 +238,7 @@ TEST_F(ServiceTest, ShortTextIsReadButNotReported)
     const std::string eleven = ExpectedText(SAMPLES_DIR "/eleven-characters.png");
     ASSERT_EQ(11U, eleven.size());
     const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service({SERVICE}, Scene(scene.Path().string()));
+    const Program service(Emulated({SERVICE}), Scene(scene.Path().string()));
     Hello(peer);
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
@@ -289,7 +256,7 @@ TEST_F(ServiceTest, PlatformFaultsAreSaidAtOnceAndPassedOver)
     const UdpPeer peer(QRCODE_PEER_PORT);
     std::vector<std::string> environment = Scene(PLAIN);
     environment.push_back("QRCODE_SIM_SCRIPT=" + (folder / "script").string());
-    Program service({SERVICE}, environment);
+    Program service(Emulated({SERVICE}), environment);
     Hello(peer);
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
@@ -308,7 +275,7 @@ TEST_F(ServiceTest, SceneThatDoesNotExistStopsTheStart)
     for (const char* const wrong :
          {"QRCODE_SIM_SCENE=/absent", "QRCODE_SIM_VIEW_MS=0", "QRCODE_SIM_VIEW_MS=1s",
           "QRCODE_SIM_VIEW_MS=5", "QRCODE_SIM_SCRIPT=/absent"}) {
-        Program service({SERVICE}, {wrong});
+        Program service(Emulated({SERVICE}), {wrong});
         std::string line;
         EXPECT_TRUE(service.Line(line)) << wrong;
         EXPECT_EQ(0U, line.find("sim: ")) << line;
@@ -325,7 +292,7 @@ TEST_F(ServiceTest, SceneGoesOnWhenNobodyReadsItsEvents)
     std::vector<std::string> environment = Scene(PLAIN);
     environment.push_back("QRCODE_SIM_EVENTS=" + fifo);
     const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    Program service({SERVICE}, environment);
+    Program service(Emulated({SERVICE}), environment);
     Hello(peer);
     close(reader);
     peer.SendTo(ServiceAddress(), Mode(1));
@@ -342,12 +309,12 @@ TEST_F(ServiceTest, PanelRefusesWrongUsageAndATakenPort)
     std::string line;
     for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
              {PANEL, "--mode", "256"}, {PANEL, "--count", "x"}, {PANEL, "--nonsense"}}) {
-        Program panel(command);
+        Program panel(Emulated(command));
         EXPECT_TRUE(panel.Line(line)) << "says why";
         EXPECT_EQ(2, panel.Wait());
     }
     const UdpPeer taker(QRCODE_PEER_PORT);
-    Program panel({PANEL});
+    Program panel(Emulated({PANEL}));
     EXPECT_TRUE(panel.LineWith("10000", line));
     EXPECT_EQ(2, panel.Wait());
 }
@@ -356,7 +323,7 @@ TEST_F(ServiceTest, PanelObeysItsWordsAndCountsTime)
 {
     const UdpPeer service(QRCODE_SERVER_PORT);
     ASSERT_TRUE(service.bound);
-    Program panel({PANEL, "--no-enable", "--mode", "7"});
+    Program panel(Emulated({PANEL, "--no-enable", "--mode", "7"}));
     std::string line;
     std::string frame;
     panel.Say("nonsense");
@@ -383,7 +350,7 @@ TEST_F(ServiceTest, PanelObeysItsWordsAndCountsTime)
     panel.Say("quit");
     EXPECT_EQ(0, panel.Wait());
 
-    Program timed({PANEL, "--count", "1", "--seconds", "0.2"});
+    Program timed(Emulated({PANEL, "--count", "1", "--seconds", "0.2"}));
     EXPECT_EQ(1, timed.Wait());
 }
 

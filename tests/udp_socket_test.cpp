@@ -10,6 +10,7 @@
 #include <sys/time.h>
 #include <vector>
 
+#include "allowances.h"
 #include "udp_peer.h"
 
 namespace
@@ -203,7 +204,9 @@ TEST_F(UdpSocketTest, InterruptedWaitGoesOnWithWhatIsLeftOfItsTime)
         const Interruptions interruptions; // every 2 ms
         EXPECT_EQ(0, Select({a.fd}, READ, 10));
     }
-    EXPECT_EQ(std::string::npos, testing::internal::GetCapturedStdout().find("retunfunc"));
+    const bool gaveUp =
+        testing::internal::GetCapturedStdout().find("retunfunc") != std::string::npos;
+    EXPECT_EQ(!SELECT_KEEPS_WHAT_IS_LEFT, gaveUp);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(0, Select({a.fd}, READ, 50));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));

@@ -34,9 +34,14 @@ static void EmptyIfTooLarge(int fd)
     }
 }
 
+enum { LOG_OPEN_FLAGS = O_WRONLY | O_CREAT | O_NOCTTY | O_APPEND | O_NONBLOCK };
+#ifdef __arm__
+static_assert(LOG_OPEN_FLAGS == 0xD41, "LOG_OPEN_FLAGS must be the word 0xD41 on ARM Linux");
+#endif
+
 int API_Log_Write(const char* path, const char* format, ...)
 {
-    const int fd = open(path, O_WRONLY | O_CREAT | O_NOCTTY | O_APPEND | O_NONBLOCK, 0600);
+    const int fd = open(path, LOG_OPEN_FLAGS, 0600);
     if (fd < 1) { // descriptor 0 counts as a failure, as everywhere in the service
         return 0;
     }

@@ -32,6 +32,10 @@ static void FillLoopbackAddr(int nPort, struct sockaddr_in* pAddr)
     pAddr->sin_addr.s_addr = inet_addr(LOOPBACK_ADDR);
 }
 
+// What the time-out options take: two 32-bit words where time is 32 bits wide.
+static_assert(sizeof(time_t) != 4 || sizeof(struct timeval) == 8,
+              "struct timeval must have 8 bytes for SO_SNDTIMEO and SO_RCVTIMEO");
+
 static struct timeval TimevalOfMs(int nMs)
 {
     const int nMicroseconds = (nMs % 1000) * 1000;

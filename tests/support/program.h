@@ -45,7 +45,7 @@ public:
                 argv.push_back(const_cast<char*>(word.c_str()));
             }
             argv.push_back(nullptr);
-            execv(argv[0], argv.data());
+            execvp(argv[0], argv.data()); // the emulator is on the PATH
             _exit(127);
         }
         close(in[0]);

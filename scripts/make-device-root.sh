@@ -1,0 +1,75 @@
+#!/bin/bash
+# Makes a folder with what the device's program is built against and emulated with: Debian's armhf
+# libraries and headers, extracted from packages, nothing of them run. Prints the folder's path.
+#   scripts/make-device-root.sh [FOLDER]    (default: build/device-root)
+# A folder that was made already by this script, from the same list, is left as it is. An interrupted
+# run leaves nothing half-made. Takes about 700 MB.
+set -euo pipefail
+
+readonly ARCH=armhf
+readonly MULTIARCH=arm-linux-gnueabihf
+# What the build group of setup.sh names, for the device, and the tests' library.
+readonly PACKAGES=(libc6-dev libstdc++-12-dev libopencv-core-dev libopencv-imgproc-dev
+    libopencv-imgcodecs-dev libzbar-dev libcli11-dev nlohmann-json3-dev libgtest-dev)
+
+fail()
+{
+    echo "$(basename "$0"): $*" >&2
+    exit 1
+}
+
+(($# <= 1)) || {
+    echo "usage: $(basename "$0") [FOLDER]" >&2
+    exit 2
+}
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+root=${1:-$project/build/device-root}
+made=$root/made-from # the list of packages: written last, so it tells a whole root
+
+if [[ -f $made && $(< "$made") == "${PACKAGES[*]}" ]]; then
+    echo "$root"
+    exit 0
+fi
+[[ ! -e $root || -f $made ]] || fail "$root is there, but this script did not make it; move it away"
+command -v mmdebstrap > /dev/null || fail "mmdebstrap is missing (Debian's package mmdebstrap)"
+
+# The release and mirror that this machine itself uses.
+# shellcheck source=/dev/null
+release=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+mirror=$(apt-get indextargets --format "\$(RELEASE) \$(COMPONENT) \$(REPO_URI)" \
+    'Created-By: Packages' | awk -v release="$release" '$1 == release && $2 == "main" { print $3; exit }')
+[[ -n $mirror ]] || fail "apt knows no source of \"$release main\" (see apt-get indextargets)"
+
+mkdir -p "$(dirname "$root")"
+work=$(mktemp -d "$root.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM HUP
+echo "Making the $ARCH root in $root (a few minutes, 700 MB) ..." >&2
+packages=$(
+    IFS=,
+    echo "${PACKAGES[*]}"
+)
+if ! mmdebstrap --quiet --variant=extract --architectures=$ARCH --include="$packages" \
+    --components=main "$release" "$work/root" "$mirror" > "$work/log" 2>&1 < /dev/null; then
+    cat "$work/log" >&2
+    fail "no $ARCH root: is the network there, and every package known? (the lines above)"
+fi
+
+# BLAS and LAPACK stand in folders of their own, found on a running system through alternatives that
+# only an installation sets up: put links where linker and emulator look.
+lib=$work/root/usr/lib/$MULTIARCH
+for name in blas lapack; do
+    ln -sf "$name/lib$name.so.3" "$lib/lib$name.so.3"
+    [[ -e $lib/lib$name.so.3 ]] || fail "lib$name.so.3 is not where it was expected in the root"
+done
+# Absolute links would lead out of the root.
+find "$work/root" -xdev -type l -lname '/*' -print0 |
+    while IFS= read -r -d '' link; do
+        ln -sfnr "$work/root$(readlink "$link")" "$link"
+    done
+rm -rf "$work/root/dev" # the emulator takes what is here before what the machine has
+chmod 755 "$work/root"
+echo "${PACKAGES[*]}" > "$work/root/made-from"
+rm -rf "$root"
+mv "$work/root" "$root"
+echo "$root"

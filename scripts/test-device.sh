@@ -1,0 +1,24 @@
+#!/bin/bash
+# The device's program, without the device: installs what is missing, makes the armhf root, builds for
+# ARM, and runs all tests on the ARM programs under user-mode emulation; then links the service against
+# the simulated platform as an outside library, as an integrator does with the vendor's, and runs that.
+# Arguments go to the first ctest, e.g. -R Cascade.
+set -euo pipefail
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$project"
+scripts/setup.sh test device
+scripts/make-device-root.sh > /dev/null
+scripts/build.sh device
+ctest --preset device -j "$(nproc)" "$@"
+
+echo "The service over the platform from outside:"
+outside=build/device-outside
+log=$outside.log
+if ! { cmake --preset device -B $outside "-DQRCODE_PLATFORM=$project/build/device/sim/libmedia_sim.a" &&
+    cmake --build $outside -j "$(nproc)" --target qrcode panel service_test; } > $log 2>&1; then
+    cat $log >&2
+    exit 1
+fi
+grep "Media platform" $log
+ctest --test-dir $outside --output-on-failure --no-tests=error -R 'ServiceTest\.(PanelHears|Platform)'

@@ -1,0 +1,27 @@
+// What a tool that the tests run under makes different, in one place.
+#ifndef TESTS_ALLOWANCES_H
+#define TESTS_ALLOWANCES_H
+
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+
+// Threads that are not the program's own: the thread sanitizer keeps one in a program that starts
+// one; the user-mode emulator keeps one in every program.
+#if defined(__SANITIZE_THREAD__) || __has_feature(thread_sanitizer)
+const int EXTRA_THREADS = 1;
+#elif defined(__arm__)
+const int EXTRA_THREADS = 1;
+#else
+const int EXTRA_THREADS = 0;
+#endif
+
+// Whether an interrupted select() leaves in its time-out what is left of the time, as Linux does;
+// the emulator leaves all of it.
+#ifdef __arm__
+const bool SELECT_KEEPS_WHAT_IS_LEFT = false;
+#else
+const bool SELECT_KEEPS_WHAT_IS_LEFT = true;
+#endif
+
+#endif
