@@ -21,4 +21,14 @@ if ! { cmake --preset device -B $outside "-DQRCODE_PLATFORM=$project/build/devic
     exit 1
 fi
 grep "Media platform" $log
+# ... and with nothing of the simulated terminal built, from a folder of libraries.
+folder=build/device-folder
+mkdir -p $folder/vendor
+cp build/device/sim/libmedia_sim.a $folder/vendor/
+if ! { cmake --preset device -B $folder -DQRCODE_SIMULATION=OFF "-DQRCODE_PLATFORM=$folder/vendor" &&
+    cmake --build $folder -j "$(nproc)"; } > $folder.log 2>&1; then
+    cat $folder.log >&2
+    exit 1
+fi
+cmp build/device-outside/qrcode_src/qrcode $folder/qrcode_src/qrcode
 ctest --test-dir $outside --output-on-failure --no-tests=error -R 'ServiceTest\.(PanelHears|Platform)'
