@@ -5,8 +5,11 @@
 #                           the PATH: /opt/toolchain/bin/arm-linux-
 #   DEVICE_FLOAT_ABI        hard, softfp or soft
 #   DEVICE_CPU_FLAGS        processor and floating-point unit
-#   DEVICE_ROOT             folder that holds usr/include and usr/lib of the target, with OpenCV and
-#                           zbar in it; empty to leave the toolchain its own
+#   DEVICE_ROOT             folder that holds usr/include and usr/lib of the target, C library, OpenCV
+#                           and zbar in it; empty to leave the toolchain its own
+#   DEVICE_STAGING          folders (separated by ";") with OpenCV and zbar, where those are not in
+#                           the root
+# A build folder keeps what it was first configured with: use another one for other values.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 
@@ -14,8 +17,16 @@ set(DEVICE_COMPILER_PREFIX "arm-linux-gnueabihf-" CACHE STRING "What the compile
 set(DEVICE_FLOAT_ABI "hard" CACHE STRING "Float ABI: hard, softfp or soft")
 set(DEVICE_CPU_FLAGS "-mcpu=cortex-a7 -mfpu=neon-vfpv4" CACHE STRING "Processor flags")
 set(DEVICE_ROOT "${CMAKE_CURRENT_LIST_DIR}/../build/device-root" CACHE PATH "Root of the target")
+set(DEVICE_STAGING "" CACHE STRING "Folders with OpenCV and zbar, outside the root")
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES
-  DEVICE_COMPILER_PREFIX DEVICE_FLOAT_ABI DEVICE_CPU_FLAGS DEVICE_ROOT)
+  DEVICE_COMPILER_PREFIX DEVICE_FLOAT_ABI DEVICE_CPU_FLAGS DEVICE_ROOT DEVICE_STAGING)
+
+set(_device_values "${DEVICE_COMPILER_PREFIX} ${DEVICE_FLOAT_ABI} ${DEVICE_CPU_FLAGS} ${DEVICE_ROOT}")
+if(DEFINED CACHE{DEVICE_CONFIGURED} AND NOT DEVICE_CONFIGURED STREQUAL _device_values)
+  message(FATAL_ERROR "This build folder was configured for \"${DEVICE_CONFIGURED}\", not for "
+    "\"${_device_values}\": use another one (-B FOLDER)")
+endif()
+set(DEVICE_CONFIGURED "${_device_values}" CACHE INTERNAL "What the folder was configured for")
 
 set(CMAKE_CXX_COMPILER "${DEVICE_COMPILER_PREFIX}g++")
 set(CMAKE_CXX_FLAGS_INIT "${DEVICE_CPU_FLAGS} -mfloat-abi=${DEVICE_FLOAT_ABI}")
@@ -33,6 +44,14 @@ if(DEVICE_ROOT)
   endif()
   set(CMAKE_SYSROOT "${_device_root}")
   set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L "${_device_root}")
+else()
+  execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-sysroot
+    OUTPUT_VARIABLE _device_root OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+set(CMAKE_FIND_ROOT_PATH ${DEVICE_STAGING} ${_device_root})
+if(NOT CMAKE_FIND_ROOT_PATH OR CMAKE_FIND_ROOT_PATH STREQUAL "/")
+  message(FATAL_ERROR "No DEVICE_ROOT, no DEVICE_STAGING, and the compiler knows no root of its own: "
+    "where are the target's OpenCV and zbar?")
 endif()
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -10,6 +10,10 @@ readonly OWN_DATA_MAX=$((8 * 1024))  # bytes, data and bss
 readonly STEP=16                     # KiB, to which stacks are measured
 readonly PLENTY=8192                 # KiB
 
+(($# == 0)) || {
+    echo "usage: $(basename "$0")" >&2
+    exit 2
+}
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 cd "$project"
 scripts/setup.sh build device test
@@ -37,7 +41,7 @@ works_with()
     scripts/private-world.sh --see "$build" -- bash -c '
         qemu-arm -L "$2" "$1/sim/panel/panel" --count 1 --seconds 20 > /dev/null 2>&1 &
         panel=$!
-        until grep -q ":2710 " /proc/net/udp; do sleep 0.02; done
+        until grep -q ":2710 " /proc/net/udp; do kill -0 $panel || exit 1; sleep 0.02; done
         (ulimit -s "$4" && QRCODE_SIM_SCENE=$5 exec qemu-arm -L "$2" -s $(($3 * 1024)) \
             "$1/qrcode_src/qrcode" > /dev/null 2>&1) &
         wait -n # the panel at its count, or the service at a crash

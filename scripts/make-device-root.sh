@@ -3,7 +3,7 @@
 # libraries and headers, extracted from packages, nothing of them run. Prints the folder's path.
 #   scripts/make-device-root.sh [FOLDER]    (default: build/device-root)
 # A folder that was made already by this script, from the same list, is left as it is. An interrupted
-# run leaves nothing half-made. Takes about 700 MB.
+# run leaves nothing half-made. Takes about 750 MB.
 set -euo pipefail
 
 readonly ARCH=armhf
@@ -18,12 +18,19 @@ fail()
     exit 1
 }
 
-(($# <= 1)) || {
+case $#:${1-} in
+1:-h | 1:--help)
+    echo "usage: $(basename "$0") [FOLDER]    (default: build/device-root)"
+    exit 0
+    ;;
+0: | 1:[!-]*) ;;
+*)
     echo "usage: $(basename "$0") [FOLDER]" >&2
     exit 2
-}
+    ;;
+esac
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-root=${1:-$project/build/device-root}
+root=$(realpath -m -- "${1:-$project/build/device-root}")
 made=$root/made-from # the list of packages: written last, so it tells a whole root
 
 if [[ -f $made && $(< "$made") == "${PACKAGES[*]}" ]]; then
@@ -36,15 +43,15 @@ command -v mmdebstrap > /dev/null || fail "mmdebstrap is missing (Debian's packa
 # The release and mirror that this machine itself uses.
 # shellcheck source=/dev/null
 release=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
-mirror=$(apt-get indextargets --format "\$(RELEASE) \$(COMPONENT) \$(REPO_URI)" \
-    'Created-By: Packages' | awk -v release="$release" '$1 == release && $2 == "main" { print $3; exit }')
+mirror=$(apt-get indextargets --format "\$(CODENAME) \$(COMPONENT) \$(REPO_URI)" \
+    'Created-By: Packages' | awk -v release="$release" '$1 == release && $2 == "main" && !n++ { print $3 }')
 [[ -n $mirror ]] || fail "apt knows no source of \"$release main\" (see apt-get indextargets)"
 
 mkdir -p "$(dirname "$root")"
 work=$(mktemp -d "$root.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM HUP
-echo "Making the $ARCH root in $root (a few minutes, 700 MB) ..." >&2
+echo "Making the $ARCH root in $root (a minute or so, 750 MB) ..." >&2
 packages=$(
     IFS=,
     echo "${PACKAGES[*]}"
@@ -71,6 +78,6 @@ find "$work/root" -xdev -type l -lname '/*' -print0 |
 rm -rf "$work/root/dev" # the emulator takes what is here before what the machine has
 chmod 755 "$work/root"
 echo "${PACKAGES[*]}" > "$work/root/made-from"
-rm -rf "$root"
+[[ ! -e $root ]] || mv "$root" "$work/old"
 mv "$work/root" "$root"
 echo "$root"

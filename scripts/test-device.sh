@@ -5,6 +5,12 @@
 # Arguments go to the first ctest, e.g. -R Cascade.
 set -euo pipefail
 
+case ${1-} in
+-h | --help)
+    echo "usage: $(basename "$0") [ARGUMENT of ctest...]"
+    exit 0
+    ;;
+esac
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 cd "$project"
 scripts/setup.sh test device

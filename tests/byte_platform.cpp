@@ -2,6 +2,7 @@
 // for a 32-bit program: it shares no declaration with the service. Gives the JPEG that
 // BYTE_PLATFORM_JPEG names, in three packs with leading bytes; refuses records that are not as
 // they must be.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -49,9 +50,14 @@ int Expect(const void* record, const std::vector<uint32_t>& words)
 
 void LoadStream()
 {
-    std::ifstream file(std::getenv("BYTE_PLATFORM_JPEG"), std::ios::binary);
+    const char* const path = std::getenv("BYTE_PLATFORM_JPEG");
+    std::ifstream file(path != nullptr ? path : "", std::ios::binary);
     const std::vector<char> jpeg{std::istreambuf_iterator<char>(file),
                                  std::istreambuf_iterator<char>()};
+    if (jpeg.size() < 2 * 700) {
+        stream.clear();
+        return;
+    }
     const size_t cuts[4] = {0, 700, jpeg.size() / 2, jpeg.size()};
     stream.clear();
     for (size_t i = 0; i < 3; ++i) {
@@ -148,7 +154,7 @@ int HI_MPI_VENC_GetStream(int, void* record, int)
 {
     LoadStream();
     uint8_t* const packs = reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(Word(record, 0)));
-    if (Word(record, 4) != 3) {
+    if (Word(record, 4) != 3 || stream.empty()) {
         return REFUSED;
     }
     std::memset(packs, 0x44, 3 * 136);

@@ -1,6 +1,7 @@
 #include "log_write.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -35,8 +36,8 @@ static void EmptyIfTooLarge(int fd)
 }
 
 enum { LOG_OPEN_FLAGS = O_WRONLY | O_CREAT | O_NOCTTY | O_APPEND | O_NONBLOCK };
-#ifdef __arm__
-static_assert(LOG_OPEN_FLAGS == 0xD41, "LOG_OPEN_FLAGS must be the word 0xD41 on ARM Linux");
+#if UINTPTR_MAX == 0xFFFFFFFFu
+static_assert(LOG_OPEN_FLAGS == 0xD41, "LOG_OPEN_FLAGS must be the word 0xD41 on the device");
 #endif
 
 int API_Log_Write(const char* path, const char* format, ...)

@@ -10,7 +10,7 @@
 // one; the user-mode emulator keeps one in every program.
 #if defined(__SANITIZE_THREAD__) || __has_feature(thread_sanitizer)
 const int EXTRA_THREADS = 1;
-#elif defined(__arm__)
+#elif defined(TESTS_EMULATED)
 const int EXTRA_THREADS = 1;
 #else
 const int EXTRA_THREADS = 0;
@@ -18,7 +18,7 @@ const int EXTRA_THREADS = 0;
 
 // Whether an interrupted select() leaves in its time-out what is left of the time, as Linux does;
 // the emulator leaves all of it.
-#ifdef __arm__
+#ifdef TESTS_EMULATED
 const bool SELECT_KEEPS_WHAT_IS_LEFT = false;
 #else
 const bool SELECT_KEEPS_WHAT_IS_LEFT = true;
