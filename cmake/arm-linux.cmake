@@ -23,6 +23,9 @@ set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES
 
 set(_device_values "${DEVICE_COMPILER_PREFIX} ${DEVICE_FLOAT_ABI} ${DEVICE_CPU_FLAGS} ${DEVICE_ROOT}")
 if(DEFINED CACHE{DEVICE_CONFIGURED} AND NOT DEVICE_CONFIGURED STREQUAL _device_values)
+  foreach(value COMPILER_PREFIX FLOAT_ABI CPU_FLAGS ROOT STAGING)
+    unset(DEVICE_${value} CACHE) # or the folder would keep the refused ones
+  endforeach()
   message(FATAL_ERROR "This build folder was configured for \"${DEVICE_CONFIGURED}\", not for "
     "\"${_device_values}\": use another one (-B FOLDER)")
 endif()
@@ -53,6 +56,12 @@ if(NOT CMAKE_FIND_ROOT_PATH OR CMAKE_FIND_ROOT_PATH STREQUAL "/")
   message(FATAL_ERROR "No DEVICE_ROOT, no DEVICE_STAGING, and the compiler knows no root of its own: "
     "where are the target's OpenCV and zbar?")
 endif()
+# What the staged libraries themselves need is looked for beside them.
+foreach(_folder IN LISTS DEVICE_STAGING)
+  foreach(_lib usr/lib/${CMAKE_LIBRARY_ARCHITECTURE} lib/${CMAKE_LIBRARY_ARCHITECTURE} usr/lib lib)
+    string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,-rpath-link,${_folder}/${_lib}")
+  endforeach()
+endforeach()
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
