@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+#include "log_entry.h"
 #include "log_write.h"
 #include "message.h"
 #include "messaging.h"
@@ -16,10 +17,9 @@ std::vector<std::string> entries; // path and text
 
 int API_Log_Write(const char* path, const char* format, ...)
 {
-    char text[200];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof(text), format, args);
+    const std::string text = EntryText(format, args);
     va_end(args);
     entries.push_back(std::string(path) + "|" + text);
     return 1;

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <pthread.h>
 
+#include "log_entry.h"
 #include "log_write.h"
 #include "run_flags.h"
 #include "socket_server.h"
@@ -22,10 +23,9 @@ std::deque<std::string> entries;
 
 int API_Log_Write(const char* path, const char* format, ...)
 {
-    char text[200];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof(text), format, args);
+    const std::string text = EntryText(format, args);
     va_end(args);
     EXPECT_STREQ("/Database/doorlog/qrcodelog.txt", path);
     const std::lock_guard<std::mutex> lock(mutex);

@@ -29,8 +29,8 @@
 enum {
     SNAP_VENC_CHN = 4,   // encoder channel
     SNAP_WAIT_MS = 1000, // ms a reading waits for its picture
-    MAXFRAMERINBUF =
-        2073600 // bytes (1920 x 1080): the largest stream copied, and the buffer's size
+    // Bytes: the largest stream copied, and the size of the buffer.
+    MAXFRAMERINBUF = 1920 * 1080
 };
 
 // Creates channel SNAP_VENC_CHN for one JPEG of 400 x 400 pixels, quality 99, binds it to video

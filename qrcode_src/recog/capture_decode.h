@@ -18,11 +18,10 @@
 // (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar pass to the caller.
 int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
 
-// The two steps of a reading after the snapshot, for callers that have the bytes already.
-//
-// Decodes `nLen` bytes of a JPEG at `pJpeg` (zeros behind its end do no harm) and makes the picture
-// that every attempt starts from: mirrored left to right, 8-bit grey. Returns false when there is
-// no picture in the bytes.
+// The step of a reading between the snapshot and the cascade, for callers that have the bytes
+// already. Decodes `nLen` bytes of a JPEG at `pJpeg` (zeros behind its end do no harm) and makes
+// the picture that every attempt starts from: mirrored left to right, 8-bit grey. Returns false
+// when there is no picture in the bytes.
 bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey);
 
 #endif
