@@ -13,10 +13,7 @@ uint32_t nSnapHeight;
 enum {
     SNAP_VPSS_GRP = 1,
     SNAP_VPSS_CHN = 0,
-    SNAP_QUALITY = 99,
     SNAP_PICTURES = 1,
-    SNAP_WIDTH = 400,  // pixels; does not follow the size of the video processing channel
-    SNAP_HEIGHT = 400, // pixels
     SNAP_BUF_BYTES_PER_PIXEL = 2,
     SNAP_PROFILE = 1,         // kept at 1 on purpose
     SNAP_GET_WAIT_MS = -1,    // block: the descriptor has said that the picture is there

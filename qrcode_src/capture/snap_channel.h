@@ -28,15 +28,18 @@
 
 enum {
     SNAP_VENC_CHN = 4,   // encoder channel
+    SNAP_WIDTH = 400,    // pixels; does not follow the size of the video processing channel
+    SNAP_HEIGHT = 400,   // pixels
+    SNAP_QUALITY = 99,   // of the JPEG
     SNAP_WAIT_MS = 1000, // ms a reading waits for its picture
     // Bytes: the largest stream copied, and the size of the buffer.
     MAXFRAMERINBUF = 1920 * 1080
 };
 
-// Creates channel SNAP_VENC_CHN for one JPEG of 400 x 400 pixels, quality 99, binds it to video
-// processing group 1, channel 0, and starts it; stores the size in nSnapWidth and nSnapHeight.
-// Returns 0, or -1 on any failure; what was made by then is left to FaceVenc_DestroyChn (a failed
-// start has called it already).
+// Creates channel SNAP_VENC_CHN for one JPEG of SNAP_WIDTH x SNAP_HEIGHT and SNAP_QUALITY, binds it
+// to video processing group 1, channel 0, and starts it; stores the size in nSnapWidth and
+// nSnapHeight. Returns 0, or -1 on any failure; what was made by then is left to
+// FaceVenc_DestroyChn (a failed start has called it already).
 int FaceVenc_StartSnap();
 
 // The steps of FaceVenc_StartSnap. Sizes in pixels, nQuality 1..99.

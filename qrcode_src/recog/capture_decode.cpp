@@ -29,9 +29,10 @@ static void Mirror(const cv::Mat& src, cv::Mat& mirrored)
     cv::remap(src, mirrored, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
 }
 
-bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey)
+bool Qrcode_DecodeMirrorGrey(unsigned char* pPicture, cv::Mat& grey)
 {
-    const cv::Mat encoded(1, nLen, CV_8UC1, pJpeg);
+    const cv::Mat encoded(1, static_cast<int>(nSnapWidth * nSnapHeight * DECODED_CHANNELS), CV_8UC1,
+                          pPicture);
     // An orientation tag in the picture is not applied: the camera's own way up is what counts.
     const cv::Mat src = cv::imdecode(encoded, cv::IMREAD_COLOR | cv::IMREAD_IGNORE_ORIENTATION);
     if (src.data == nullptr) {
@@ -63,11 +64,8 @@ int Qrcode_CaptureAndDecode(int* /*pUnused*/, char* szText)
     std::memset(picture, 0, sizeof(picture));
     TakeSnapshot(picture);
 
-    // The decoder sees as many bytes as the decoded picture has (480,000), neither the stream's own
-    // length nor the whole buffer: a longer stream is cut there, and that is meant.
     cv::Mat grey;
-    if (!Qrcode_DecodeMirrorGrey(
-            picture, static_cast<int>(nSnapWidth * nSnapHeight * DECODED_CHANNELS), grey)) {
+    if (!Qrcode_DecodeMirrorGrey(picture, grey)) {
         std::printf("src.data is NULL\n");
         return -1;
     }

@@ -18,10 +18,12 @@
 // (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar pass to the caller.
 int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
 
-// The step of a reading between the snapshot and the cascade, for callers that have the bytes
-// already. Decodes `nLen` bytes of a JPEG at `pJpeg` (zeros behind its end do no harm) and makes
-// the picture that every attempt starts from: mirrored left to right, 8-bit grey. Returns false
-// when there is no picture in the bytes.
-bool Qrcode_DecodeMirrorGrey(unsigned char* pJpeg, int nLen, cv::Mat& grey);
+// The step of a reading between the snapshot and the cascade, for callers that have a JPEG already.
+// `pPicture` is a picture buffer of MAXFRAMERINBUF bytes with the JPEG at its start and zeros
+// behind it. The decoder is shown nSnapWidth * nSnapHeight * 3 bytes of it (480,000 once those
+// words are set), neither the stream's own length nor the whole buffer: a longer stream is cut
+// there, and that is meant. Makes the picture that every attempt starts from: mirrored left to
+// right, 8-bit grey. Returns false when there is no picture in the bytes.
+bool Qrcode_DecodeMirrorGrey(unsigned char* pPicture, cv::Mat& grey);
 
 #endif

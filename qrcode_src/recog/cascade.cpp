@@ -5,8 +5,6 @@
 #include "symbol_scan.h"
 
 static const double WHITE = 255.0;
-static const double LEVEL_FIRST = 180.0;
-static const double LEVEL_STEP = 18.0;
 
 enum { ADAPTIVE_BLOCK = 33 }; // pixels, side of the neighbourhood
 

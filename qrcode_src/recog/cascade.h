@@ -13,6 +13,9 @@ enum {
     ATTEMPT_COUNT = 8
 };
 
+// Grey values of the fixed levels: pixels above become white, the others black.
+enum { LEVEL_FIRST = 180, LEVEL_STEP = 18 };
+
 // Prepares attempt nAttempt (ATTEMPT_PLAIN..ATTEMPT_COUNT) of `grey` (8-bit, one channel), which
 // is not changed. Returns an 8-bit one-channel picture without gaps between rows: a header that
 // shares the pixels of `grey` for ATTEMPT_PLAIN, of `work` for every other. `work` may be reused

@@ -33,16 +33,18 @@ int Qrcode_ScanImage(cv::Mat picture, char* szText)
     return nRet;
 }
 
+cv::Mat Qrcode_OpenPicture(const cv::Mat& picture)
+{
+    const cv::Mat kernel = cv::getStructuringElement(
+        cv::MORPH_RECT, cv::Size(OPENING_SIDE, OPENING_SIDE), cv::Point(-1, -1));
+    cv::Mat opened;
+    cv::morphologyEx(picture, opened, cv::MORPH_OPEN, kernel, cv::Point(-1, -1), 1,
+                     cv::BORDER_CONSTANT, cv::morphologyDefaultBorderValue());
+    return opened;
+}
+
 int Qrcode_ScanWithOpening(cv::Mat picture, char* szText)
 {
-    int nRet = Qrcode_ScanImage(picture, szText);
-    if (nRet < 1) {
-        const cv::Mat kernel = cv::getStructuringElement(
-            cv::MORPH_RECT, cv::Size(OPENING_SIDE, OPENING_SIDE), cv::Point(-1, -1));
-        cv::Mat opened;
-        cv::morphologyEx(picture, opened, cv::MORPH_OPEN, kernel, cv::Point(-1, -1), 1,
-                         cv::BORDER_CONSTANT, cv::morphologyDefaultBorderValue());
-        nRet = Qrcode_ScanImage(opened, szText);
-    }
-    return nRet;
+    const int nRet = Qrcode_ScanImage(picture, szText);
+    return nRet < 1 ? Qrcode_ScanImage(Qrcode_OpenPicture(picture), szText) : nRet;
 }

@@ -1,6 +1,7 @@
 #include "camera_picture.h"
 
 #include <algorithm>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sys/stat.h>
@@ -8,27 +9,32 @@
 static const double ALPHA_8_BIT = 255.0;
 static const double ALPHA_16_BIT = 65535.0;
 
-// Puts a picture with an alpha channel on white, as a viewer shows it on paper.
+// Puts a picture with an alpha channel on white, as a viewer shows it on paper. Row by row, for the
+// rows are worked on as floats.
 static cv::Mat OnWhite(const cv::Mat& withAlpha)
 {
+    const double full = withAlpha.depth() == CV_16U ? ALPHA_16_BIT : ALPHA_8_BIT;
+    cv::Mat picture(withAlpha.size(), CV_8UC3);
     cv::Mat scaled;
-    withAlpha.convertTo(scaled, CV_32F,
-                        1.0 / (withAlpha.depth() == CV_16U ? ALPHA_16_BIT : ALPHA_8_BIT));
-    std::vector<cv::Mat> channels;
-    cv::split(scaled, channels);
-    const cv::Mat& alpha = channels[3];
-    for (int c = 0; c < 3; ++c) {
-        channels[c] = channels[c].mul(alpha) + (1.0 - alpha);
-    }
-    channels.resize(3);
     cv::Mat merged;
-    cv::merge(channels, merged);
-    cv::Mat picture;
-    merged.convertTo(picture, CV_8U, ALPHA_8_BIT);
+    std::vector<cv::Mat> channels;
+    for (int i = 0; i < picture.rows; ++i) {
+        withAlpha.row(i).convertTo(scaled, CV_32F, 1.0 / full);
+        channels.clear();
+        cv::split(scaled, channels);
+        const cv::Mat alpha = channels[3];
+        channels.resize(3);
+        for (cv::Mat& channel : channels) {
+            channel = channel.mul(alpha) + (1.0 - alpha);
+        }
+        cv::merge(channels, merged);
+        cv::Mat row = picture.row(i);
+        merged.convertTo(row, CV_8U, ALPHA_8_BIT);
+    }
     return picture;
 }
 
-bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error)
+bool Sim_CheckPictureFile(const std::string& path, std::string& error)
 {
     struct stat info;
     if (stat(path.c_str(), &info) != 0) {
@@ -43,12 +49,31 @@ bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& err
         error = "empty file";
         return false;
     }
+    return true;
+}
+
+bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error)
+{
+    if (!Sim_CheckPictureFile(path, error)) {
+        return false;
+    }
     try {
-        const cv::Mat raw = cv::imread(path, cv::IMREAD_UNCHANGED);
+        cv::Mat raw = cv::imread(path, cv::IMREAD_UNCHANGED);
         const bool hasAlpha =
             raw.channels() == 4 && (raw.depth() == CV_8U || raw.depth() == CV_16U);
-        picture = hasAlpha ? OnWhite(raw) : cv::imread(path, cv::IMREAD_COLOR);
-    } catch (const cv::Exception&) { // too many pixels, or a decoder's own complaint
+        if (hasAlpha) {
+            picture = OnWhite(raw);
+        } else {
+            raw.release(); // never two large pictures at a time
+            picture = cv::imread(path, cv::IMREAD_COLOR);
+        }
+    } catch (const cv::Exception& exception) { // too large, or a decoder's own complaint
+        picture.release();
+        if (exception.code == cv::Error::StsNoMem) {
+            error = "too large a picture for the memory there is";
+            return false;
+        }
+    } catch (const std::bad_alloc&) {
         picture.release();
     }
     if (picture.empty()) {

@@ -10,9 +10,13 @@
 // Grey value of the wall behind and beside every picture.
 enum { SIM_WALL_GREY = 128 };
 
+// Returns false, with the reason in `error`, when the file is missing, empty or no regular file.
+bool Sim_CheckPictureFile(const std::string& path, std::string& error);
+
 // Reads a picture in any format that OpenCV reads as 8-bit blue-green-red, the way up that its
 // orientation tag says; one with an alpha channel as stored, with white where it is transparent.
-// Returns false, with the reason in `error`, when the file is missing, empty or no picture.
+// Returns false, with the reason in `error`, when the file is missing, empty, no picture, or larger
+// than the memory there is.
 bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error);
 
 // The frame of `width` x `height` pixels that a camera at a door sees of the picture: fitted into

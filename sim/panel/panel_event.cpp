@@ -28,17 +28,6 @@ static std::string CommandText(int32_t nCommand)
     return szHex;
 }
 
-static std::string HexText(const std::string& bytes)
-{
-    std::string hex;
-    for (const char byte : bytes) {
-        char szHex[3];
-        std::snprintf(szHex, sizeof(szHex), "%02x", static_cast<uint8_t>(byte));
-        hex += szHex;
-    }
-    return hex;
-}
-
 static bool HasMode(const MsgHead& head, const PanelBytes& datagram)
 {
     return head.nMsgCommand == MSG_CMD_QRCODE_PARAM && datagram.size() > MSG_PARAM_MODE_OFFSET;
@@ -83,7 +72,7 @@ std::string Panel_EventJson(const PanelEvent& event)
         if (head.nMsgCommand == MSG_CMD_QRCODE_RESULT) {
             const std::string text = Panel_ResultText(event.datagram);
             json["text"] = text;
-            json["hex"] = HexText(text);
+            json["hex"] = Panel_HexText(text);
         }
     }
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);

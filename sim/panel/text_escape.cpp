@@ -81,3 +81,14 @@ std::string Panel_EscapeText(const std::string& text)
     }
     return escaped;
 }
+
+std::string Panel_HexText(const std::string& bytes)
+{
+    std::string hex;
+    for (const char byte : bytes) {
+        char szHex[3];
+        std::snprintf(szHex, sizeof(szHex), "%02x", static_cast<uint8_t>(byte));
+        hex += szHex;
+    }
+    return hex;
+}

@@ -11,4 +11,7 @@ std::string Panel_EscapeText(const std::string& text);
 // Bytes of the UTF-8 character that begins at `at`, 1..4; 0 when there is none that is well formed.
 size_t Panel_Utf8Length(const std::string& text, size_t at);
 
+// Two lower-case hexadecimal digits for each byte.
+std::string Panel_HexText(const std::string& bytes);
+
 #endif
