@@ -26,7 +26,7 @@ TEST(BytePlatformTest, ServiceReadsAStreamOfSeveralPacks)
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
     ASSERT_TRUE(peer.Receive(frame));
-    EXPECT_EQ(ExpectedText(SAMPLES_DIR "/plain.png"), frame.c_str() + MSG_HEAD_SIZE);
+    EXPECT_EQ(SampleText(SAMPLES_DIR "/plain.png"), frame.c_str() + MSG_HEAD_SIZE);
     std::string line;
     EXPECT_FALSE(service.Line(line, 500)) << "no record was refused: " << line;
 }

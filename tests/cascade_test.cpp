@@ -221,7 +221,7 @@ TEST(CascadeTest, EverySampleIsReadAsExpectedFromExactlyThesePictures)
         SCOPED_TRACE(sample.filename());
         Reading reading;
         ReadAndCompare(sample, reading);
-        EXPECT_EQ(ExpectedText(sample), reading.text);
+        EXPECT_EQ(SampleText(sample), reading.text);
         EXPECT_EQ(reading.text.empty(), reading.result == 0);
         if (reading.result > 0) {
             winners.insert((handed.size() + 1) / 2);
@@ -331,7 +331,7 @@ TEST(CaptureDecodeTest, GeometryIsThePicturesOwn)
     const Reading reading = ReadJpeg({jpeg.begin(), jpeg.end()});
     ASSERT_FALSE(handed.empty());
     EXPECT_EQ(cv::Size(500, 300), handed[0].size());
-    EXPECT_EQ(ExpectedText(SAMPLES_DIR "/plain.png"), reading.text);
+    EXPECT_EQ(SampleText(SAMPLES_DIR "/plain.png"), reading.text);
 }
 
 TEST(PrepareAttemptTest, LeavesTheGreyPictureAlone)

@@ -94,7 +94,7 @@ TEST_F(ServiceTest, PanelHearsHelloAndResults)
 {
     Program panel(Emulated({PANEL, "--json", "--count", "2"}));
     std::string line;
-    const std::string text = ExpectedText(PLAIN);
+    const std::string text = SampleText(PLAIN);
     ASSERT_TRUE(WaitForPanel()) << "or it may miss the hello";
     Program service(Emulated({SERVICE}), Scene(PLAIN));
     std::vector<std::string> seen;
@@ -146,7 +146,7 @@ TEST_F(ServiceTest, ModeHasMostOfThe300Milliseconds)
     std::this_thread::sleep_for(std::chrono::milliseconds(150)); // late, but in time
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
 }
 
 TEST_F(ServiceTest, ModeThreeFreezesTheFlagOffAndModeZeroFreezesItOn)
@@ -162,7 +162,7 @@ TEST_F(ServiceTest, ModeThreeFreezesTheFlagOffAndModeZeroFreezesItOn)
     ASSERT_TRUE(WaitForEntries(3));
     EXPECT_EQ("", Result(peer, 1500)) << "a mode alone enables nothing";
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
 
     peer.SendTo(ServiceAddress(), Mode(0));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_DISABLE));
@@ -170,8 +170,8 @@ TEST_F(ServiceTest, ModeThreeFreezesTheFlagOffAndModeZeroFreezesItOn)
     ASSERT_TRUE(WaitForEntries(7));
     while (Result(peer, 1) != "") { // what was sent before
     }
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer)) << "it goes on";
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer)) << "it goes on";
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
 
     peer.SendTo(ServiceAddress(), Mode(2));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_STOP));
@@ -209,7 +209,7 @@ TEST_F(ServiceTest, MissingLogFolderChangesNothingElse)
     Hello(peer);
     peer.SendTo(ServiceAddress(), Mode(1));
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
     EXPECT_FALSE(std::filesystem::exists("/Database/doorlog"));
 }
 
@@ -222,7 +222,7 @@ TEST_F(ServiceTest, PanelCanBeRestarted)
     ASSERT_TRUE(first->LineWith("0x904", line));
     first.reset(); // killed: what is sent now is lost
     Program second(Emulated({PANEL, "--count", "1"}));
-    EXPECT_TRUE(second.LineWith(ExpectedText(PLAIN), line));
+    EXPECT_TRUE(second.LineWith(SampleText(PLAIN), line));
     EXPECT_EQ(0, second.Wait());
     EXPECT_TRUE(service.Runs());
 }
@@ -234,8 +234,8 @@ TEST_F(ServiceTest, ShortTextIsReadButNotReported)
         std::filesystem::copy(std::string(SAMPLES_DIR "/") + name + ".png",
                               scene / (std::string(name) + ".png"));
     }
-    ASSERT_EQ(10U, ExpectedText(SAMPLES_DIR "/ten-characters.png").size());
-    const std::string eleven = ExpectedText(SAMPLES_DIR "/eleven-characters.png");
+    ASSERT_EQ(10U, SampleText(SAMPLES_DIR "/ten-characters.png").size());
+    const std::string eleven = SampleText(SAMPLES_DIR "/eleven-characters.png");
     ASSERT_EQ(11U, eleven.size());
     const UdpPeer peer(QRCODE_PEER_PORT);
     const Program service(Emulated({SERVICE}), Scene(scene.Path().string()));
@@ -267,7 +267,7 @@ TEST_F(ServiceTest, PlatformFaultsAreSaidAtOnceAndPassedOver)
           "VencChn 4 Query failed with 0xa0080002!", "src.data is NULL"}) {
         EXPECT_TRUE(service.LineWith(said, line)) << said;
     }
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
 }
 
 TEST_F(ServiceTest, SceneThatDoesNotExistStopsTheStart)
@@ -299,7 +299,7 @@ TEST_F(ServiceTest, SceneGoesOnWhenNobodyReadsItsEvents)
     peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
     std::string line;
     EXPECT_TRUE(service.LineWith("sim: events: Broken pipe", line));
-    EXPECT_EQ(ExpectedText(PLAIN), Result(peer));
+    EXPECT_EQ(SampleText(PLAIN), Result(peer));
 }
 
 // --- the panel by itself ---

@@ -7,12 +7,12 @@
 #include <filesystem>
 #include <unistd.h>
 
+#include "shown_text.h"
 #include "text_escape.h"
 
 enum {
     NAME_MIN = 12, // characters, width of the names' column
     NAME_WIDEST = 40,
-    TEXT_SHOWN = 64, // characters of a text; the rest is told as its length
     OUTCOME_WIDTH = 17
 };
 
@@ -49,36 +49,6 @@ static OutcomeLook Look(DemoOutcome outcome)
     return {"WRONG", RED};
 }
 
-// Bytes of the first `nCharacters` characters of well-formed text.
-static size_t BytesOf(const std::string& text, size_t nCharacters)
-{
-    size_t at = 0;
-    while (at < text.size() && nCharacters > 0) {
-        at += std::max<size_t>(Panel_Utf8Length(text, at), 1);
-        --nCharacters;
-    }
-    return at;
-}
-
-static size_t Characters(const std::string& text)
-{
-    size_t nCharacters = 0;
-    for (size_t at = 0; at < text.size(); ++nCharacters) {
-        at += std::max<size_t>(Panel_Utf8Length(text, at), 1);
-    }
-    return nCharacters;
-}
-
-static std::string Shown(const std::string& text)
-{
-    const std::string escaped = Panel_EscapeText(text);
-    const size_t nBytes = BytesOf(escaped, TEXT_SHOWN);
-    if (nBytes == escaped.size()) {
-        return "\"" + escaped + "\"";
-    }
-    return "\"" + escaped.substr(0, nBytes) + "...\" (" + std::to_string(text.size()) + " bytes)";
-}
-
 static std::string NameOf(const std::string& picture)
 {
     return Panel_EscapeText(std::filesystem::path(picture).filename().string());
@@ -88,20 +58,21 @@ static std::string Remark(const DemoNews& news)
 {
     switch (news.outcome) {
     case OUTCOME_MISSED:
-        return "expected " + Shown(news.expected.text);
+        return "expected " + Text_Shown(news.expected.text);
     case OUTCOME_WRONG:
-        return Shown(news.text) + (Demo_IsReportable(news.expected)
-                                       ? ", expected " + Shown(news.expected.text)
-                                       : ", nothing was to be reported");
+        return Text_Shown(news.text) + (Expected_IsReportable(news.expected)
+                                            ? ", expected " + Text_Shown(news.expected.text)
+                                            : ", nothing was to be reported");
     case OUTCOME_STRAY:
-        return Shown(news.text) + ", before any picture";
+        return Text_Shown(news.text) + ", before any picture";
     case OUTCOME_UNREADABLE:
         return Panel_EscapeText(news.text);
     case OUTCOME_SILENT:
-        return news.expected.text.empty() ? "no code" : Shown(news.expected.text) + " is too short";
+        return news.expected.text.empty() ? "no code"
+                                          : Text_Shown(news.expected.text) + " is too short";
     case OUTCOME_OK:
     case OUTCOME_READ:
-        return Shown(news.text);
+        return Text_Shown(news.text);
     case OUTCOME_NOT_READ:
         break;
     }
@@ -119,7 +90,7 @@ DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
     screen.nameWidth = NAME_MIN;
     screen.begin = begin;
     for (const std::string& picture : pictures) {
-        screen.nameWidth = std::max(screen.nameWidth, Characters(NameOf(picture)));
+        screen.nameWidth = std::max(screen.nameWidth, Text_Characters(NameOf(picture)));
     }
     screen.nameWidth = std::min<size_t>(screen.nameWidth, NAME_WIDEST);
     return screen;
@@ -128,14 +99,12 @@ DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
 void Screen_News(const DemoScreen& screen, const DemoNews& news)
 {
     const OutcomeLook look = Look(news.outcome);
-    const std::string name = NameOf(news.picture);
-    const size_t used = Characters(name);
-    const std::string pad(used < screen.nameWidth ? screen.nameWidth - used : 0, ' ');
+    const std::string name = Text_Padded(NameOf(news.picture), screen.nameWidth);
     const std::string remark = Remark(news);
-    std::printf("%6.1f s  %s%s  %s%-*s%s%s%s\n", news.time - screen.begin, name.c_str(),
-                pad.c_str(), screen.bColour ? look.szColour : "",
-                remark.empty() ? 0 : OUTCOME_WIDTH, look.szWord, screen.bColour ? PLAIN : "",
-                remark.empty() ? "" : "  ", remark.c_str());
+    std::printf("%6.1f s  %s  %s%-*s%s%s%s\n", news.time - screen.begin, name.c_str(),
+                screen.bColour ? look.szColour : "", remark.empty() ? 0 : OUTCOME_WIDTH,
+                look.szWord, screen.bColour ? PLAIN : "", remark.empty() ? "" : "  ",
+                remark.c_str());
 }
 
 static std::string Bad(const DemoScreen& screen, int nCount)

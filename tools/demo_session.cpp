@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "child_process.h"
-#include "demo_scene.h"
 #include "demo_screen.h"
 #include "demo_tally.h"
 #include "line_reader.h"
@@ -57,6 +56,14 @@ struct DemoSession {
     bool bRoundOver = false;
     double roundEnd = 0.0; // seconds since the epoch
 };
+
+// The scene's path as the camera shall get it: absolute, without a slash at its end.
+static std::string ScenePath(const std::string& scene)
+{
+    std::error_code ignored;
+    const std::filesystem::path path = std::filesystem::absolute(scene, ignored).lexically_normal();
+    return (path.has_filename() ? path : path.parent_path()).string();
+}
 
 static double SteadySeconds()
 {
@@ -340,7 +347,7 @@ int Demo_Run(const DemoOptions& options)
 {
     DemoSession session;
     session.options = options;
-    session.options.scene = Demo_ScenePath(options.scene);
+    session.options.scene = ScenePath(options.scene);
     std::string error;
     if (!Sim_ListPictures(session.options.scene, session.listed, error)) {
         Error(error);

@@ -7,7 +7,7 @@ void Tally_View(DemoTally& tally, double time, const std::string& picture)
     DemoView view;
     view.time = time;
     view.picture = picture;
-    view.expected = Demo_ReadExpected(picture);
+    view.expected = Expected_Read(picture);
     tally.open.push_back(view);
 }
 
@@ -23,7 +23,7 @@ static DemoOutcome ResultOutcome(const DemoView& view, const std::string& text)
     if (!view.expected.bKnown) {
         return OUTCOME_READ;
     }
-    return Demo_IsReportable(view.expected) && Demo_IsExpected(view.expected, text) ? OUTCOME_OK
+    return Expected_IsReportable(view.expected) && Expected_Is(view.expected, text) ? OUTCOME_OK
                                                                                     : OUTCOME_WRONG;
 }
 
@@ -36,7 +36,7 @@ static DemoOutcome EndOutcome(const DemoView& view)
     if (!view.expected.bKnown) {
         return OUTCOME_NOT_READ;
     }
-    return Demo_IsReportable(view.expected) ? OUTCOME_MISSED : OUTCOME_SILENT;
+    return Expected_IsReportable(view.expected) ? OUTCOME_MISSED : OUTCOME_SILENT;
 }
 
 static void CloseFirst(DemoTally& tally, std::vector<DemoNews>& news)
@@ -112,7 +112,7 @@ static void Count(DemoSummary& summary, const DemoView& view)
     summary.nShown += view.unreadable.empty() ? 1 : 0;
     summary.nUnreadable += view.unreadable.empty() ? 0 : 1;
     summary.nWrong += view.bWrong ? 1 : 0;
-    if (Demo_IsReportable(view.expected)) {
+    if (Expected_IsReportable(view.expected)) {
         ++summary.nReportable;
         summary.nReported += view.bRight ? 1 : 0;
         summary.nMissed += view.bRight || view.bWrong ? 0 : 1;
@@ -131,7 +131,7 @@ DemoSummary Tally_Summary(const DemoTally& tally, const std::vector<std::string>
         Count(summary, entry.second);
     }
     for (const std::string& picture : listed) {
-        if (tally.last.count(picture) == 0 && Demo_IsReportable(Demo_ReadExpected(picture))) {
+        if (tally.last.count(picture) == 0 && Expected_IsReportable(Expected_Read(picture))) {
             ++summary.nReportable;
             ++summary.nMissed;
         }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "demo_scene.h"
+#include "expected_text.h"
 
 enum DemoOutcome {
     OUTCOME_OK,         // the expected text, reported
@@ -28,7 +28,7 @@ enum DemoOutcome {
 struct DemoView {
     double time = 0.0; // seconds since the epoch
     std::string picture;
-    DemoExpected expected;
+    ExpectedText expected;
     std::string unreadable; // why the file was skipped; otherwise empty
     bool bRight = false;
     bool bWrong = false;
@@ -41,7 +41,7 @@ struct DemoNews {
     std::string picture;
     DemoOutcome outcome;
     std::string text; // reported, or why the file is unreadable
-    DemoExpected expected;
+    ExpectedText expected;
 };
 
 struct DemoTally {

@@ -19,7 +19,7 @@ inline void WriteAll(const std::filesystem::path& path, const std::string& bytes
 }
 
 // The expected text beside a sample.
-inline std::string ExpectedText(std::filesystem::path picture)
+inline std::string SampleText(std::filesystem::path picture)
 {
     std::string text = ReadAll(picture.replace_extension(".txt"));
     if (!text.empty() && text.back() == '\n') {
