@@ -162,8 +162,7 @@ std::string Report_Json(const InspectedPicture& picture)
         json["remark"] = reading.szRemark;
     }
     if (picture.bTruth && picture.expected.bKnown) {
-        static const char* const aNames[] = {"", "right", "wrong", "missed",
-                                             "nothing, as expected"};
+        static const char* const aNames[] = {"", "right", "wrong", "missed", "none as expected"};
         json["verdict"] = aNames[Report_Verdict(picture)];
         json["expected"] = picture.expected.text;
     }

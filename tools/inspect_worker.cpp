@@ -18,7 +18,7 @@
 
 static_assert(std::is_trivially_copyable<InspectRecord>::value, "it crosses a pipe");
 
-static const rlim_t BYTES_PER_MB = 1024 * 1024;
+static const rlim_t BYTES_PER_MB = 1U << 20;
 
 // Bytes of data that this process has now.
 static rlim_t DataSize()

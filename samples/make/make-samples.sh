@@ -44,6 +44,7 @@ bar() {
 qr plain M 'VISITOR PASS 2024-0117'
 qr rotated M 'https://visit.example.com/p/7QX2K9'
 qr tilted M 'DELIVERY;DOCK 3;ORDER 55012'
+qr curved Q 'CUP-LOAN 7 CAFETERIA'
 qr far-away M 'https://visit.example.com/far'
 qr blurred M 'GUEST-ANNA-LINDQVIST-1400'
 qr noisy M 'STAFF:004512:NIGHT SHIFT'

@@ -21,10 +21,8 @@
 #include <vector>
 
 #include "camera_picture.h"
-#include "capture_decode.h"
 #include "cascade.h"
-#include "message.h"
-#include "symbol_scan.h"
+#include "watched_reading.h"
 
 namespace
 {
@@ -222,6 +220,64 @@ cv::Mat Tilted()
     cv::Mat scene = Wall(640, 480);
     Hold(scene, QrCard("tilted", INK, 225, 444), {{140, 40}, {500, 100}, {520, 385}, {100, 455}});
     return scene;
+}
+
+// A paper cup from a little above its rim, the code around its front, the light from the upper
+// left. Lengths are in radii of the cup, heights count down from the camera, which looks level.
+cv::Mat Curved()
+{
+    enum { MODULE = 20, FINE = 2, PAPER = 240 }; // FINE: drawn so much larger, for smooth edges
+    const double distance = 9.0;                 // from the camera to the cup's axis
+    const double rim = 0.3;
+    const double codeMiddle = 1.25;
+    const double codeWidth = 1.4;       // around the cup, so in radians too
+    const double focal = 1520.0 * FINE; // pixels
+    const double top = 30.0 * FINE;     // pixels, from the camera's height down to the picture
+    const double lamp = -0.45;          // radians, to the left
+
+    const cv::Mat raw = Raw("curved");
+    const cv::Mat card =
+        Card(Print(raw, MODULE, INK, PAPER), PAPER, (raw.cols + 2 * QUIET_MODULES) * MODULE);
+    const double scale = raw.cols * MODULE / codeWidth;
+    cv::Mat scene = Wall(SIDE * FINE, SIDE * FINE);
+    cv::Mat cardX(scene.size(), CV_32F, cv::Scalar(0)); // inside the cup it is the card's corner
+    cv::Mat cardY(scene.size(), CV_32F, cv::Scalar(0));
+    cv::Mat light(scene.size(), CV_32F, cv::Scalar(0));
+    cv::Mat isCup(scene.size(), CV_8U, cv::Scalar(0));
+    for (int y = 0; y < scene.rows; ++y) {
+        for (int x = 0; x < scene.cols; ++x) {
+            // The line of sight meets the cylinder at two depths, or passes it.
+            const double right = (x + 0.5 - scene.cols / 2.0) / focal;
+            const double down = (y + 0.5 + top) / focal;
+            const double slope = 1.0 + right * right;
+            const double root = distance * distance - slope * (distance * distance - 1.0);
+            if (root < 0.0) {
+                continue;
+            }
+            const double front = (distance - std::sqrt(root)) / slope;
+            const double back = (distance + std::sqrt(root)) / slope;
+            if (down * front >= rim) {
+                const double angle = std::atan2(right * front, distance - front);
+                cardX.at<float>(y, x) = static_cast<float>(card.cols / 2.0 + angle * scale);
+                cardY.at<float>(y, x) =
+                    static_cast<float>(card.rows / 2.0 + (down * front - codeMiddle) * scale);
+                light.at<float>(y, x) =
+                    static_cast<float>(0.4 + 0.6 * std::max(0.0, std::cos(angle - lamp)));
+                isCup.at<uint8_t>(y, x) = WHITE;
+            } else if (down * back >= rim) {
+                const double angle = std::atan2(right * back, distance - back);
+                light.at<float>(y, x) =
+                    static_cast<float>(0.3 + 0.3 * std::max(0.0, -std::cos(angle - lamp)));
+                isCup.at<uint8_t>(y, x) = WHITE;
+            }
+        }
+    }
+    cv::Mat cup;
+    cv::remap(card, cup, cardX, cardY, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    Lit(cup, light).copyTo(scene, isCup);
+    cv::Mat picture;
+    cv::resize(scene, picture, cv::Size(SIDE, SIDE), 0, 0, cv::INTER_AREA);
+    return picture;
 }
 
 cv::Mat Blurred()
@@ -430,6 +486,7 @@ const std::vector<Sample> SAMPLES = {
     {"plain", ".png", Plain, 1, false, {"plain"}},
     {"rotated", ".png", Rotated, 1, false, {"rotated"}},
     {"tilted", ".png", Tilted, 1, false, {"tilted"}},
+    {"curved", ".png", Curved, 1, false, {"curved"}},
     {"far-away", ".png", FarAway, 1, false, {"far-away"}},
     {"blurred", ".png", Blurred, 1, false, {"blurred"}},
     {"noisy", ".jpg", Noisy, 1, true, {"noisy"}},
@@ -466,23 +523,12 @@ struct Reading {
 
 Reading ReadFrame(const cv::Mat& frame, int quality)
 {
-    std::vector<uint8_t> jpeg = Sim_EncodeFrame(frame, quality);
     cv::Mat grey;
-    if (!Qrcode_DecodeMirrorGrey(jpeg.data(), static_cast<int>(jpeg.size()), grey)) {
+    const WatchedReading reading = Reading_Take(Sim_EncodeFrame(frame, quality), grey);
+    if (reading.outcome == READING_NOT_DECODABLE) {
         throw std::runtime_error("the camera's JPEG does not decode");
     }
-    char text[QRCODE_TEXT_SIZE] = {};
-    cv::Mat work;
-    for (int n = ATTEMPT_PLAIN; n <= ATTEMPT_COUNT; ++n) {
-        const cv::Mat picture = Qrcode_PrepareAttempt(n, grey, work);
-        if (Qrcode_ScanImage(picture, text) > 0) {
-            return {n, false, text};
-        }
-        if (Qrcode_ScanWithOpening(picture, text) > 0) { // its first scan is known to find nothing
-            return {n, true, text};
-        }
-    }
-    return {0, false, ""};
+    return {reading.nAttempt, reading.bOpened, reading.nAttempt == 0 ? "" : reading.szText};
 }
 
 // What is reported of the sample: its texts, each written over the start of the one before.

@@ -24,10 +24,8 @@ const bool SELECT_KEEPS_WHAT_IS_LEFT = false;
 const bool SELECT_KEEPS_WHAT_IS_LEFT = true;
 #endif
 
-// Whether a process may be kept from growing; the emulator passes such limits over, and the
-// sanitizers' own memory goes beyond any.
-#if defined(TESTS_EMULATED) || defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) ||    \
-    __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+// Whether a process can be kept from growing; the emulator passes such limits over.
+#ifdef TESTS_EMULATED
 const bool LIMITS_MEMORY = false;
 #else
 const bool LIMITS_MEMORY = true;
