@@ -177,6 +177,23 @@ TEST_F(SimTest, TakesTwentyFiveFramesASecondAtMost)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(5 * 40));
 }
 
+TEST_F(SimTest, ScriptedFrameTimeHoldsInsteadOfTheRate)
+{
+    SimScript script;
+    std::string error;
+    ASSERT_TRUE(Sim_ParseScript("frame-ms 0", script, error));
+    Sim_SetScript(script);
+    Snap();
+    const auto start = std::chrono::steady_clock::now();
+    Snap();
+    EXPECT_LT(std::chrono::steady_clock::now() - start,
+              std::chrono::milliseconds(SIM_FRAME_MS / 2));
+    ASSERT_TRUE(Sim_ParseScript("frame-ms 200", script, error));
+    Sim_SetScript(script);
+    Snap();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+}
+
 TEST_F(SimTest, CameraSeesThePictureFittedCentredAndMirrored)
 {
     cv::Mat picture(100, 800, CV_8UC3, cv::Scalar(0, 0, 255)); // red, its left half blue
@@ -290,7 +307,8 @@ TEST(FaultScriptTest, SaysWhichLineMakesNoSense)
     for (const char* const line :
          {"HI_MPI_VENC_Create 1", "HI_MPI_SYS_Bind", "HI_MPI_SYS_Bind x", "HI_MPI_SYS_Bind 1 -1",
           "HI_MPI_SYS_Bind 0x100000000", "HI_MPI_SYS_Bind 1 2 3", "picture", "picture maybe",
-          "picture jpeg /absent", "packs", "packs 1", "packs *:1", "packs 0:* 0:1", "nonsense"}) {
+          "picture jpeg /absent", "packs", "packs 1", "packs *:1", "packs 0:* 0:1", "frame-ms",
+          "frame-ms 60001", "nonsense"}) {
         EXPECT_FALSE(Sim_ParseScript(std::string("# fine\n\n") + line, script, error));
         EXPECT_EQ(std::string("line 3: cannot make sense of \"") + line + "\"", error);
     }

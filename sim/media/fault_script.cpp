@@ -86,6 +86,16 @@ bool ParsePacks(const std::vector<std::string>& words, SimScript& script)
     return !packs.empty();
 }
 
+bool ParseFrameMs(const std::vector<std::string>& words, SimScript& script)
+{
+    uint32_t ms = 0;
+    if (words.size() != 2 || !ParseWord(words[1], ms) || ms > SIM_FRAME_MS_MAX) {
+        return false;
+    }
+    script.frameMs = static_cast<int>(ms);
+    return true;
+}
+
 bool ParseStatement(const std::vector<std::string>& words, SimScript& script)
 {
     if (words[0] == "picture") {
@@ -93,6 +103,9 @@ bool ParseStatement(const std::vector<std::string>& words, SimScript& script)
     }
     if (words[0] == "packs") {
         return ParsePacks(words, script);
+    }
+    if (words[0] == "frame-ms") {
+        return ParseFrameMs(words, script);
     }
     return Sim_IsOperation(words[0]) && ParseFault(words, script);
 }

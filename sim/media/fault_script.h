@@ -8,6 +8,8 @@
 //   picture jpeg FILE                     the stream is this file's bytes, whatever the scene
 //   packs 16:600 0:*                      layout of the stream: leading bytes to skip, valid bytes
 //                                         of each pack; "*" in the last is all the rest
+//   frame-ms 0                            least ms from one frame to the next, instead of
+//                                         SIM_FRAME_MS; 0 for a camera that is never waited for
 // Without a "packs" line the stream is one pack without leading bytes.
 #ifndef SIM_FAULT_SCRIPT_H
 #define SIM_FAULT_SCRIPT_H
@@ -28,6 +30,11 @@ struct SimPackLayout {
     bool rest = false;
 };
 
+enum {
+    SIM_FRAME_MS = 40, // 25 frames a second at most
+    SIM_FRAME_MS_MAX = 60000
+};
+
 struct SimScript {
     std::map<std::string, SimFault> faults; // by the operation's name
     bool pictureNever = false;
@@ -35,6 +42,7 @@ struct SimScript {
     bool hasJpeg = false;
     std::vector<uint8_t> jpeg;
     std::vector<SimPackLayout> packs{{0, 0, true}};
+    int frameMs = SIM_FRAME_MS;
 };
 
 // Reads a script. Returns false, with the line and the reason in `error`, on anything that it does

@@ -135,7 +135,7 @@ void AwaitPicture(Channel& channel)
 {
     Platform& platform = ThePlatform();
     channel.picture = Picture::awaited;
-    const int64_t nextFrameNs = platform.lastFrameNs + int64_t{SIM_FRAME_MS} * 1000000;
+    const int64_t nextFrameNs = platform.lastFrameNs + int64_t{platform.script.frameMs} * 1000000;
     channel.dueNs = std::max(NowNs(), nextFrameNs);
     if (!platform.script.pictureNever) {
         ArmTimer(channel, channel.dueNs);

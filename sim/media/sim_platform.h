@@ -19,7 +19,6 @@
 #include "scene.h"
 
 enum {
-    SIM_FRAME_MS = 40,      // 25 frames a second at most
     SIM_VPSS_WIDTH = 1920,  // pixels, what the video processing channel says of itself
     SIM_VPSS_HEIGHT = 1080, // pixels
     SIM_CHANNELS = 16       // encoder channels 0..15
