@@ -12,8 +12,9 @@ readonly EXIT_NO_WORLD=125 # not a status that the commands in here end with
 
 usage()
 {
-    echo "usage: $(basename "$0") [--see PATH]... -- COMMAND [ARGUMENT...]"
-    echo "  --see PATH  keep PATH visible, read-only, when it lies below /tmp, /Database, /dev or /sys"
+    echo "usage: $(basename "$0") [--see PATH]... [--write FOLDER]... -- COMMAND [ARGUMENT...]"
+    echo "  --see PATH      keep PATH visible, read-only, when it lies below /tmp, /Database, /dev or /sys"
+    echo "  --write FOLDER  let the command write there"
     echo "Ends with the command's status, $EXIT_USAGE on wrong usage, or $EXIT_NO_WORLD when there" \
         "can be no such world."
 }
@@ -28,6 +29,7 @@ fail()
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 seen=("$project")
+written=()
 while (($# > 0)) && [[ $1 != -- ]]; do
     case $1 in
     -h | --help)
@@ -38,6 +40,12 @@ while (($# > 0)) && [[ $1 != -- ]]; do
         (($# >= 2)) || fail "$EXIT_USAGE" "--see wants a path"
         [[ -e $2 ]] || fail "$EXIT_USAGE" "--see: no such file or folder: $2"
         seen+=("$(realpath -s -- "$2")" "$(realpath -- "$2")")
+        shift 2
+        ;;
+    --write)
+        (($# >= 2)) || fail "$EXIT_USAGE" "--write wants a folder"
+        [[ -d $2 ]] || fail "$EXIT_USAGE" "--write: no such folder: $2"
+        written+=("$(realpath -- "$2")")
         shift 2
         ;;
     *)
@@ -75,6 +83,9 @@ for path in "${seen[@]}"; do
     esac
 done
 world+=(--remount-ro /)
+for path in ${written[@]+"${written[@]}"}; do
+    world+=(--bind "$path" "$path")
+done
 
 # Tried first: what bwrap says about the world must not be taken for what the command says.
 here=$(pwd -P 2> /dev/null || echo /)

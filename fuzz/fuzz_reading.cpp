@@ -1,0 +1,47 @@
+// Any bytes as the snapshot's JPEG to a whole reading over the simulated platform. An exception of
+// OpenCV's is what some headers earn (a picture of more pixels than OPENCV_IO_MAX_IMAGE_PIXELS); it
+// ends the service and is passed over here.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <opencv2/core.hpp>
+
+#include "capture_decode.h"
+#include "message.h"
+#include "sim_platform.h"
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+    cv::setNumThreads(0);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    SimScript script;
+    script.frameMs = 0;
+    script.hasJpeg = true;
+    script.jpeg.assign(data, data + size);
+    Sim_SetScript(script);
+    char szText[QRCODE_TEXT_SIZE + 1];
+    std::memset(szText, 0, sizeof(szText));
+    szText[QRCODE_TEXT_SIZE] = 'x'; // behind the buffer
+    int nLength = -1;
+    try {
+        nLength = Qrcode_CaptureAndDecode(nullptr, szText);
+    } catch (const cv::Exception&) {
+        Sim_Reset();
+        return 0;
+    }
+    const bool bWell = nLength >= -1 && nLength < QRCODE_TEXT_SIZE &&
+                       szText[QRCODE_TEXT_SIZE - 1] == '\0' && szText[QRCODE_TEXT_SIZE] == 'x' &&
+                       (nLength < 1 || static_cast<int>(std::strlen(szText)) >= nLength) &&
+                       (nLength != -1 || szText[0] == '\0');
+    if (!bWell) {
+        std::abort();
+    }
+    return 0;
+}

@@ -1,0 +1,85 @@
+// Any descriptor sets, modes and time-outs to the waiting, receiving and sending on real sockets. A
+// wait without limit is asked for only where something is ready; buffers are as large as the sizes
+// say, so that one byte too many shows.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <cstring>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+#include "udp_socket.h"
+
+enum { STEPS = 12, DESCRIPTORS = 9, DATAGRAM_MAX = 70000, WAIT_MS = 2, BACKLOG = 8 };
+
+static int g_fd; // of a socket that does not block; it sends to itself
+static struct sockaddr_in g_self;
+
+extern "C" int __wrap_usleep(unsigned nUs); // the pauses between retries
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+extern "C" int __wrap_usleep(unsigned /*nUs*/)
+{
+    return 0;
+}
+
+static void Require(bool bTrue)
+{
+    if (!bTrue) {
+        std::abort();
+    }
+}
+
+static void Open()
+{
+    g_fd = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    g_self.sin_family = AF_INET;
+    g_self.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nSize = sizeof(g_self);
+    Require(bind(g_fd, reinterpret_cast<sockaddr*>(&g_self), nSize) == 0);
+    Require(getsockname(g_fd, reinterpret_cast<sockaddr*>(&g_self), &nSize) == 0);
+}
+
+static void Wait(FuzzedDataProvider& input)
+{
+    std::vector<int> fds(input.ConsumeIntegralInRange<size_t>(0, DESCRIPTORS));
+    for (int& fd : fds) {
+        fd = input.PickValueInArray({g_fd, g_fd, 0, -1, 777, 1023, 1024, 2147483647});
+    }
+    const int nCount = input.ConsumeBool() ? static_cast<int>(fds.size()) : -1;
+    const int nModes = input.ConsumeIntegral<int>();
+    const bool bReady =
+        nCount > 0 && (nModes & SELECT_WRITE) != 0 && std::count(fds.begin(), fds.end(), g_fd) > 0;
+    const int nWaitMs = bReady ? input.ConsumeIntegral<int>() : WAIT_MS;
+    const int nResult = API_Socket_Select(fds.data(), nCount, nModes, nWaitMs, "fuzz");
+    const int nBits = nResult & (SELECT_EVENT_READ | SELECT_EVENT_WRITE | SELECT_EVENT_EXCEPT);
+    Require(nResult < 1 || (nResult - nBits == g_fd && (nModes & (nBits >> 16)) != 0 &&
+                            std::count(fds.begin(), fds.end(), g_fd) > 0));
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    Open();
+    FuzzedDataProvider input(data, size);
+    for (int i = 0; i < STEPS && input.remaining_bytes() > 0; ++i) {
+        Wait(input);
+        const int fd = input.PickValueInArray({g_fd, g_fd, g_fd, 0, -1, 777});
+        const int nLength = input.ConsumeIntegralInRange<int>(-1, DATAGRAM_MAX);
+        const std::vector<char> out(static_cast<size_t>(std::max(nLength, 0)), 'd');
+        const bool bAddress = input.ConsumeBool();
+        const int nSent =
+            NET_SocketFunc_UdpSend(fd, out.data(), nLength, bAddress ? &g_self : nullptr);
+        Require(nSent == nLength || nSent == 0 || nSent == -1);
+        const int nSize = input.ConsumeIntegralInRange<int>(1, DATAGRAM_MAX);
+        const int nWant = input.ConsumeIntegralInRange<int>(-1, nSize);
+        std::vector<char> in(static_cast<size_t>(nSize));
+        const int nGot = NET_SocketFunc_UdpRecv(fd, in.data(), nSize, nWant);
+        Require(nGot >= -1 && nGot <= nSize);
+        Require(std::all_of(in.begin(), in.begin() + std::max(nGot, 0),
+                            [](char c) { return c == 'd'; }));
+    }
+    close(g_fd);
+    return 0;
+}

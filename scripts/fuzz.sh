@@ -1,0 +1,88 @@
+#!/bin/bash
+# Fuzzes the service's entries of foreign bytes and numbers: fuzz.sh SECONDS [TARGET...], for so long
+# each, one after the other; TARGET is dispatch, reading, capture or sockets, by default all of them.
+# First every committed seed and every input found earlier is replayed. Found inputs are kept in
+# build/fuzz/corpus/TARGET, whatever breaks in build/fuzz/findings/TARGET. Ends with 1 on a finding.
+#   fuzz.sh --coverage   lines of the service that all inputs kept so far reach, by file
+set -euo pipefail
+
+readonly TARGETS=(dispatch reading capture sockets)
+readonly PIXELS_MAX=$((1 << 22)) # a JPEG of more ends the reading with OpenCV's exception
+
+usage()
+{
+    echo "usage: $(basename "$0") SECONDS [TARGET...] | --coverage" >&2
+    exit 2
+}
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$project"
+(($# >= 1)) || usage
+seconds=$1
+shift
+[[ $seconds == --coverage || $seconds =~ ^[0-9]+$ ]] || usage
+targets=("$@")
+((${#targets[@]} > 0)) || targets=("${TARGETS[@]}")
+for target in "${targets[@]}"; do
+    [[ " ${TARGETS[*]} " == *" $target "* ]] || {
+        echo "fuzz.sh: no target \"$target\"; there are: ${TARGETS[*]}" >&2
+        exit 2
+    }
+done
+
+export OPENCV_IO_MAX_IMAGE_PIXELS=$PIXELS_MAX
+export ASAN_OPTIONS=allocator_may_return_null=1 # as without it: the service looks at the result
+inputs=$project/build/fuzz
+"$project/scripts/setup.sh" check
+mkdir -p "$inputs"
+
+if [[ $seconds == --coverage ]]; then
+    scripts/build.sh fuzz-coverage "${TARGETS[@]/#/fuzz_}"
+    work=$inputs/coverage
+    rm -rf "$work"
+    mkdir -p "$work"
+    objects=()
+    for target in "${targets[@]}"; do
+        program=build/fuzz-coverage/fuzz/fuzz_$target
+        mkdir -p "$inputs/corpus/$target"
+        LLVM_PROFILE_FILE=$work/$target.profraw scripts/private-world.sh --write "$work" \
+            --see "$project" -- "$program" -runs=0 -close_fd_mask=3 "fuzz/seeds/$target" \
+            "$inputs/corpus/$target" > "$work/$target.log" 2>&1 || {
+            tail -30 "$work/$target.log" >&2
+            exit 1
+        }
+        objects+=(-object "$program")
+    done
+    llvm-profdata-14 merge -o "$work/all.profdata" "$work"/*.profraw
+    llvm-cov-14 report "${objects[@]:1}" -instr-profile="$work/all.profdata" \
+        -ignore-filename-regex='/(sim|fuzz|tests|tools)/|/usr/'
+    exit 0
+fi
+
+scripts/build.sh fuzz "${targets[@]/#/fuzz_}"
+found=0
+for target in "${targets[@]}"; do
+    corpus=$inputs/corpus/$target
+    findings=$inputs/findings/$target
+    log=$inputs/$target.log
+    mkdir -p "$corpus" "$findings"
+    # Seeds and all that was found earlier, then new inputs.
+    # shellcheck disable=SC2016
+    if scripts/private-world.sh --write "$inputs" -- bash -c '
+        program=$1 corpus=$2 seeds=$3 seconds=$4
+        shift 4
+        "$program" -runs=0 "$@" "$seeds" "$corpus" &&
+            { ((seconds == 0)) || "$program" "-max_total_time=$seconds" "$@" "$corpus" "$seeds"; }' \
+        fuzz "build/fuzz/fuzz/fuzz_$target" "$corpus" "fuzz/seeds/$target" "$seconds" \
+        -close_fd_mask=3 -print_final_stats=1 -max_len=65536 -timeout=60 -rss_limit_mb=2048 -malloc_limit_mb=1000000 \
+        "-artifact_prefix=$findings/" > "$log" 2>&1; then
+        printf '%-10s %6s s %12s inputs tried, %5d kept\n' "$target" "$seconds" \
+            "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \
+            "$(find "$corpus" -type f | wc -l)"
+    else
+        tail -40 "$log" >&2
+        echo "fuzz.sh: $target: a finding; see $log and $findings" >&2
+        found=1
+    fi
+done
+exit $found
