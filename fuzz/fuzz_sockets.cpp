@@ -12,8 +12,9 @@
 
 #include "udp_socket.h"
 
-enum { STEPS = 12, DESCRIPTORS = 9, DATAGRAM_MAX = 70000, WAIT_MS = 2, BACKLOG = 8 };
+enum { STEPS = 12, DESCRIPTORS = 9, DATAGRAM_MAX = 70000, WAIT_MS = 2, CLOSED = 60 };
 
+// CLOSED is a descriptor that is not open, below the 64 that the kernel always looks at.
 static int g_fd; // of a socket that does not block; it sends to itself
 static struct sockaddr_in g_self;
 
@@ -46,7 +47,7 @@ static void Wait(FuzzedDataProvider& input)
 {
     std::vector<int> fds(input.ConsumeIntegralInRange<size_t>(0, DESCRIPTORS));
     for (int& fd : fds) {
-        fd = input.PickValueInArray({g_fd, g_fd, 0, -1, 777, 1023, 1024, 2147483647});
+        fd = input.PickValueInArray({g_fd, g_fd, 0, -1, +CLOSED, 1024, 2147483647});
     }
     const int nCount = input.ConsumeBool() ? static_cast<int>(fds.size()) : -1;
     const int nModes = input.ConsumeIntegral<int>();
@@ -65,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     FuzzedDataProvider input(data, size);
     for (int i = 0; i < STEPS && input.remaining_bytes() > 0; ++i) {
         Wait(input);
-        const int fd = input.PickValueInArray({g_fd, g_fd, g_fd, 0, -1, 777});
+        const int fd = input.PickValueInArray({g_fd, g_fd, g_fd, 0, -1, +CLOSED});
         const int nLength = input.ConsumeIntegralInRange<int>(-1, DATAGRAM_MAX);
         const std::vector<char> out(static_cast<size_t>(std::max(nLength, 0)), 'd');
         const bool bAddress = input.ConsumeBool();

@@ -31,7 +31,8 @@ for target in "${targets[@]}"; do
 done
 
 export OPENCV_IO_MAX_IMAGE_PIXELS=$PIXELS_MAX
-export ASAN_OPTIONS=allocator_may_return_null=1 # as without it: the service looks at the result
+# As without the sanitizer, memory that is not there is null, which the service looks for.
+export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256:quarantine_size_mb=32
 inputs=$project/build/fuzz
 "$project/scripts/setup.sh" check
 mkdir -p "$inputs"

@@ -90,7 +90,7 @@ TEST(InspectWorkerTest, ABrokenReaderTakesNothingElseAlong)
         }
         if (n == 2) { // more than it may have
             static std::vector<char> much;
-            much.assign(1024UL * 1024 * (WORKER_MEMORY_MB + 1), 'x');
+            much.assign(2UL * 1024 * 1024 * WORKER_MEMORY_MB, 'x');
         }
         return record;
     };
@@ -101,7 +101,8 @@ TEST(InspectWorkerTest, ABrokenReaderTakesNothingElseAlong)
         scans.push_back(record.reading.nScans);
         deaths.push_back(death);
     };
-    EXPECT_TRUE(Worker_ForEach(5, work, done));
+    std::string error;
+    EXPECT_TRUE(Worker_ForEach(5, work, done, WORKER_SECONDS, error));
     EXPECT_EQ((std::vector<int>{100, 0, LIMITS_MEMORY ? 0 : 102, 103, 0}), scans);
     EXPECT_EQ("its reader was killed by signal 6 (Aborted)", deaths.at(1));
     EXPECT_EQ(LIMITS_MEMORY, !deaths.at(2).empty());
@@ -109,11 +110,28 @@ TEST(InspectWorkerTest, ABrokenReaderTakesNothingElseAlong)
     EXPECT_NE("", deaths.at(4));
 }
 
+TEST(InspectWorkerTest, AReaderThatHangsIsEnded)
+{
+    const auto work = [](size_t n) {
+        while (n == 0) {
+            pause();
+        }
+        return InspectRecord();
+    };
+    std::vector<std::string> deaths;
+    std::string error;
+    EXPECT_TRUE(Worker_ForEach(
+        2, work,
+        [&](size_t, const InspectRecord&, const std::string& death) { deaths.push_back(death); }, 1,
+        error));
+    EXPECT_EQ((std::vector<std::string>{"takes too long", ""}), deaths);
+}
+
 TEST(InspectReportTest, VerdictsAndPercentiles)
 {
     InspectedPicture picture;
     picture.bTruth = true;
-    picture.expected = {true, "expected text"};
+    picture.expected = {true, "expected text", false};
     picture.reading.outcome = READING_NO_CODE;
     EXPECT_EQ(VERDICT_MISSED, Report_Verdict(picture));
     picture.expected.text.clear();
@@ -125,11 +143,13 @@ TEST(InspectReportTest, VerdictsAndPercentiles)
     strcpy(picture.reading.szText, "expected text\n");
     EXPECT_EQ(VERDICT_WRONG, Report_Verdict(picture)) << "none was expected";
     picture.expected.text = "expected text";
+    EXPECT_EQ(VERDICT_WRONG, Report_Verdict(picture)) << "the line end is not in the file";
+    picture.expected.bLineEnd = true;
     EXPECT_EQ(VERDICT_RIGHT, Report_Verdict(picture));
 
     InspectTally tally;
     picture.reading.nAttempt = 3;
-    for (int ms = 1; ms <= 20; ++ms) {
+    for (int ms = 1; ms <= 100; ++ms) {
         picture.reading.ms = ms;
         Report_Count(tally, picture);
     }
@@ -137,7 +157,7 @@ TEST(InspectReportTest, VerdictsAndPercentiles)
     std::string line;
     while (std::getline(table, line) && line.find("with a text") == std::string::npos) {
     }
-    EXPECT_EQ("  with a text         20      10.0      19.0", line);
+    EXPECT_EQ("  with a text        100      50.0      95.0", line);
 }
 
 // ---- The tool itself.
@@ -181,6 +201,9 @@ TEST_F(InspectToolTest, SamplesAreAllAsTheyShouldBe)
     EXPECT_EQ(1, Lines("wrong: 0, missed: 0, none as expected: 2"));
     EXPECT_EQ(1, Lines("too short      right       10  QR-Code"));
     EXPECT_EQ(0, Lines("expected \""));
+    EXPECT_EQ(1, Lines("Pictures: 28, read: 25, too short: 1, unread: 2"));
+    EXPECT_EQ(1, Lines("  Otsu inverted        2         1       2       0"));
+    EXPECT_EQ(1, Lines("  level 252            1         0       1       0"));
     EXPECT_EQ(1, Run({SAMPLES_DIR "/plain.png", SAMPLES_DIR "/no-code-wall.png"}));
     EXPECT_EQ(1, Lines("Pictures: 2, read: 1, too short: 0, unread: 1"));
     EXPECT_EQ(1, Run({SAMPLES_DIR "/ten-characters.png"}));
@@ -193,7 +216,7 @@ TEST_F(InspectToolTest, WhatIsNoPictureIsNamedCountedAndStopsNothing)
     std::filesystem::copy(SAMPLES_DIR "/plain.png", folder / "good.png");
     WriteAll(folder / "good.txt", "another text\n");
     EXPECT_EQ(1, Run({"--truth", folder.Path(), folder / "missing.png"}));
-    EXPECT_EQ(1, Lines("broken.png: not a picture that can be read"));
+    EXPECT_EQ(1, Lines("broken.png: not a picture that can be read, or too large a one"));
     EXPECT_EQ(1, Lines("empty.jpg: empty file"));
     EXPECT_EQ(1, Lines("missing.png: no such file"));
     EXPECT_EQ(1, Lines("\"VISITOR PASS 2024-0117\", expected \"another text\""));
@@ -236,30 +259,64 @@ TEST_F(InspectToolTest, JsonOfASavedSnapshot)
     EXPECT_EQ("right", json["verdict"]);
 }
 
+// Pixels of the winner's green, in a part of the sheet.
+int GreenPixels(const cv::Mat& sheet, const cv::Rect& part)
+{
+    cv::Mat green;
+    cv::inRange(sheet(part), cv::Scalar(30, 140, 10), cv::Scalar(50, 160, 30), green);
+    return cv::countNonZero(green);
+}
+
 TEST_F(InspectToolTest, SheetFramesTheWinnerAndDimsWhatWasNotMade)
 {
     const std::filesystem::path sheet = folder / "sheet.png";
-    EXPECT_EQ(0, Run({SAMPLES_DIR "/inverted.png", "--sheet", sheet}));
+    const std::string sample = SAMPLES_DIR "/dusty-screen.png"; // won by 2, opened
+    EXPECT_EQ(0, Run({sample, "--sheet", sheet}));
     const cv::Mat all = cv::imread(sheet);
-    EXPECT_EQ(0, Run({SAMPLES_DIR "/inverted.png", "--sheet", sheet, "--attempts", "2"}));
+    EXPECT_EQ(0, Run({sample, "--sheet", sheet, "--attempts", "2"}));
     const cv::Mat winner = cv::imread(sheet);
-    EXPECT_EQ(0, Run({SAMPLES_DIR "/inverted.png", "--sheet", sheet, "--attempts", "3"}));
+    EXPECT_EQ(0, Run({sample, "--sheet", sheet, "--attempts", "3"}));
     const cv::Mat dimmed = cv::imread(sheet);
     ASSERT_FALSE(all.empty() || winner.empty() || dimmed.empty());
     EXPECT_GT(all.cols, 3 * winner.cols);
-    // In the tiles, below the heading.
-    const cv::Rect tiles(0, 60, winner.cols, winner.rows - 60);
-    cv::Mat green;
-    cv::inRange(winner(tiles), cv::Scalar(30, 140, 10), cv::Scalar(50, 160, 30), green);
-    EXPECT_GT(cv::countNonZero(green), 4 * 250 * 3) << "the frame";
-    cv::inRange(dimmed(tiles), cv::Scalar(30, 140, 10), cv::Scalar(50, 160, 30), green);
-    EXPECT_EQ(0, cv::countNonZero(green));
+    // The two tiles below the heading, the opened twin as the second.
+    const int half = (winner.rows - 60) / 2;
+    const cv::Rect first(0, 60, winner.cols, half - 30);
+    const cv::Rect second(0, 60 + half + 30, winner.cols, half - 30);
+    EXPECT_EQ(0, GreenPixels(winner, first));
+    EXPECT_GT(GreenPixels(winner, second), 4 * 250 * 3) << "the frame";
+    EXPECT_GT(GreenPixels(winner, cv::Rect(30, second.y + 20, 50, 60)), 20) << "a corner";
+    EXPECT_EQ(0, GreenPixels(dimmed, first) + GreenPixels(dimmed, second));
     cv::Mat black;
-    cv::inRange(dimmed(tiles), cv::Scalar::all(0), cv::Scalar::all(30), black);
+    cv::inRange(dimmed(second), cv::Scalar::all(0), cv::Scalar::all(30), black);
     EXPECT_EQ(0, cv::countNonZero(black));
 
-    EXPECT_EQ(1, Run({SAMPLES_DIR "/plain.png", "--sheet", folder / "nowhere" / "sheet.png"}));
+    EXPECT_EQ(1, Run({sample, "--sheet", folder / "nowhere" / "sheet.png"}));
     EXPECT_EQ(1, Lines("no sheet: No such file or directory"));
+    std::filesystem::copy(sample, folder / "itself.png");
+    EXPECT_EQ(2, Run({folder / "itself.png", "--sheet", folder / "itself.png"}));
+    EXPECT_EQ(ReadAll(sample), ReadAll(folder / "itself.png"));
+}
+
+TEST_F(InspectToolTest, OddTextFilesAndALostOutputAreNoSilentSuccess)
+{
+    std::filesystem::copy(SAMPLES_DIR "/worn.png", folder / "a.png");
+    std::filesystem::create_directory(folder / "a.txt");
+    std::filesystem::copy(SAMPLES_DIR "/no-code-wall.png", folder / "b.png");
+    WriteAll(folder / "b.txt", "there should be one\n");
+    std::filesystem::copy(SAMPLES_DIR "/no-code-text.png", folder / "c.png");
+    WriteAll(folder / "c.txt", "");
+    EXPECT_EQ(1, Run({"--truth", "--json", folder.Path()}));
+    EXPECT_EQ(1, Lines("\"attempt\":\"level 180\",\"opened\":false,\"scans\":7"));
+    EXPECT_EQ(1, Lines("\"verdict\":\"missed\",\"expected\":\"there should be one\""));
+    EXPECT_EQ(1, Lines("\"verdict\":\"none as expected\""));
+    EXPECT_EQ(2, Lines("\"verdict\""));
+
+    const std::string tool = std::string(INSPECT) + " " SAMPLES_DIR "/plain.png ";
+    if (std::string(EMULATOR).empty()) {
+        EXPECT_EQ(1, Program({"/bin/sh", "-c", tool + "> /dev/full"}).Wait());
+        EXPECT_EQ(0, Program({"/bin/sh", "-c", tool + "<&- >&-"}).Wait()) << "to nowhere";
+    }
 }
 
 } // namespace

@@ -5,8 +5,9 @@
 #include <string>
 
 struct ExpectedText {
-    bool bKnown = false; // there is a text file beside the picture
-    std::string text;    // its content, without one line end at its end
+    bool bKnown = false;   // there is a text file beside the picture
+    std::string text;      // its content, without one line end at its end
+    bool bLineEnd = false; // it had that line end, which may be the text's own
 };
 
 // Reads NAME.txt beside NAME.png.

@@ -7,7 +7,7 @@
 static const char ABOUT[] =
     "Puts pictures through the reading of the qrcode service and shows what happened.\n"
     "Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or\n"
-    "(with --truth) gave another than the expected one; 2 on wrong usage or without any picture.";
+    "(with --truth) gave another than the expected one; 2 on wrong usage.";
 
 static std::string CheckSheetName(const std::string& path)
 {

@@ -16,8 +16,8 @@ struct InspectOptions {
 
 enum {
     INSPECT_EXIT_OK = 0,
-    INSPECT_EXIT_UNREAD = 1, // some picture gave no text or a wrong one, or the sheet is not there
-    INSPECT_EXIT_USAGE = 2   // wrong usage, or no picture at all
+    INSPECT_EXIT_UNREAD = 1, // some picture gave no text or a wrong one, or something failed
+    INSPECT_EXIT_USAGE = 2   // wrong usage
 };
 
 // Reads the command line. Returns true to go on; false to end with `nExit`, after the help or what

@@ -137,6 +137,7 @@ std::string Report_Json(const InspectedPicture& picture)
     const std::string text = bText ? reading.szText : "";
     nlohmann::ordered_json json;
     json["file"] = picture.path;
+    json["fileHex"] = Panel_HexText(picture.path);
     json["outcome"] = OutcomeName(reading.outcome);
     json["text"] = nullptr;
     json["hex"] = nullptr;

@@ -37,7 +37,8 @@ std::string Report_Heading(size_t nPathWidth, bool bTruth);
 std::string Report_Line(const InspectedPicture& picture, size_t nPathWidth);
 
 // One JSON object on one line:
-//   "file"
+//   "file"        bytes that are no UTF-8 replaced
+//   "fileHex"     the path's exact bytes
 //   "outcome"     "read", "too short", "no code", "not decodable", "no picture"
 //   "text"        bytes that are no UTF-8 replaced, or null
 //   "hex"         the text's exact bytes

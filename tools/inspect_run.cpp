@@ -18,12 +18,15 @@ enum { PATH_WIDEST = 48 }; // characters of the files' column
 
 static void Complain(const std::string& path, const std::string& what)
 {
-    std::fprintf(stderr, "qrcode-inspect: %s: %s\n", Panel_EscapeText(path).c_str(), what.c_str());
+    std::fprintf(stderr, "qrcode-inspect: %s: %s\n", Panel_EscapeText(path).c_str(),
+                 Panel_EscapeText(what).c_str());
 }
 
 // All pictures, in the order of the command line. A file that is not there is one: it is counted.
-// `bFailed` is set when a folder cannot be listed.
-static std::vector<std::string> ListAll(const std::vector<std::string>& places, bool& bFailed)
+// `bFolder` is set when there are folders among them, `bFailed` when one has none or cannot be
+// listed.
+static std::vector<std::string> ListAll(const std::vector<std::string>& places, bool& bFolder,
+                                        bool& bFailed)
 {
     std::vector<std::string> all;
     for (const std::string& place : places) {
@@ -32,14 +35,15 @@ static std::vector<std::string> ListAll(const std::vector<std::string>& places, 
             all.push_back(place);
             continue;
         }
+        bFolder = true;
         std::vector<std::string> pictures;
         std::string error;
         if (!Sim_ListPictures(place, pictures, error)) {
-            Complain(place, error);
-            bFailed = true;
+            Complain(place, "this folder cannot be listed");
         } else if (pictures.empty()) {
             Complain(place, "no pictures in this folder (folders below it are not looked into)");
         }
+        bFailed = bFailed || pictures.empty();
         all.insert(all.end(), pictures.begin(), pictures.end());
     }
     return all;
@@ -118,16 +122,23 @@ static void PrintOne(const InspectedPicture& picture, const InspectOptions& opti
 int Inspect_Run(const InspectOptions& options)
 {
     bool bFailed = false;
-    const std::vector<std::string> paths = ListAll(options.places, bFailed);
+    bool bFolder = false;
+    const std::vector<std::string> paths = ListAll(options.places, bFolder, bFailed);
     if (paths.empty()) {
-        return INSPECT_EXIT_USAGE;
+        return INSPECT_EXIT_UNREAD;
     }
     if (!options.sheet.empty() && paths.size() != 1) {
         std::fprintf(stderr, "qrcode-inspect: --sheet draws one picture, not %zu\n", paths.size());
         return INSPECT_EXIT_USAGE;
     }
+    std::error_code ignored;
+    if (!options.sheet.empty() && std::filesystem::equivalent(options.sheet, paths[0], ignored)) {
+        Complain(options.sheet, "is the picture itself, not a name for the sheet");
+        return INSPECT_EXIT_USAGE;
+    }
+    const bool bMany = bFolder || paths.size() > 1;
     InspectScreen screen;
-    screen.bProgress = paths.size() > 1 && isatty(STDERR_FILENO) == 1;
+    screen.bProgress = bMany && isatty(STDERR_FILENO) == 1;
     for (const std::string& path : paths) {
         screen.nPathWidth = std::max(screen.nPathWidth, Text_Characters(Panel_EscapeText(path)));
     }
@@ -138,6 +149,7 @@ int Inspect_Run(const InspectOptions& options)
 
     InspectTally tally;
     Progress(screen, 0, paths.size());
+    std::string error;
     const bool bRan = Worker_ForEach(
         paths.size(), [&](size_t n) { return InspectOne(paths[n], options); },
         [&](size_t n, const InspectRecord& record, const std::string& death) {
@@ -157,14 +169,19 @@ int Inspect_Run(const InspectOptions& options)
                 Complain(options.sheet,
                          std::string("no sheet: ") + (death.empty() ? record.szSheetError : death));
             }
-        });
+        },
+        WORKER_SECONDS, error);
     ClearProgress(screen);
     if (!bRan) {
-        std::perror("qrcode-inspect: no process");
+        std::fprintf(stderr, "qrcode-inspect: %s\n", error.c_str());
         return INSPECT_EXIT_UNREAD;
     }
-    if (paths.size() > 1) {
+    if (bMany) {
         std::fputs(Report_Table(tally).c_str(), options.bJson ? stderr : stdout);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("qrcode-inspect: what was found could not all be written\n", stderr);
+        bFailed = true;
     }
     return tally.bAllWell && !bFailed ? INSPECT_EXIT_OK : INSPECT_EXIT_UNREAD;
 }

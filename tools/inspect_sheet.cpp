@@ -220,15 +220,22 @@ bool Sheet_Write(const cv::Mat& sheet, const std::string& path, std::string& err
 {
     std::vector<uint8_t> png;
     cv::imencode(".png", sheet, png, {cv::IMWRITE_PNG_COMPRESSION, 9});
-    std::FILE* const file = std::fopen(path.c_str(), "wb");
+    const std::string part = path + ".part";
+    std::FILE* const file = std::fopen(part.c_str(), "wb");
     bool bWritten = file != nullptr && std::fwrite(png.data(), 1, png.size(), file) == png.size();
     error = std::strerror(errno);
     if (file != nullptr && std::fclose(file) != 0) {
         error = std::strerror(errno);
         bWritten = false;
     }
-    if (!bWritten && file != nullptr) {
-        std::remove(path.c_str());
+    if (bWritten && std::rename(part.c_str(), path.c_str()) == 0) {
+        return true;
     }
-    return bWritten;
+    if (bWritten) {
+        error = std::strerror(errno);
+    }
+    if (file != nullptr) {
+        std::remove(part.c_str());
+    }
+    return false;
 }

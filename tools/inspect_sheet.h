@@ -15,8 +15,8 @@
 cv::Mat Sheet_Draw(const WatchedReading& reading, const cv::Mat& grey, const std::string& name,
                    const std::vector<int>& attempts);
 
-// Writes it as PNG. Returns false, with the reason in `error`; a file of that name is then gone or
-// as it was.
+// Writes it as PNG, under another name first. Returns false, with the reason in `error`; a file of
+// that name is then as it was.
 bool Sheet_Write(const cv::Mat& sheet, const std::string& path, std::string& error);
 
 #endif

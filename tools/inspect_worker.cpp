@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
@@ -67,9 +68,9 @@ static void LimitMemory()
 
 enum RecordEnd { RECORD_WHOLE, RECORD_BROKEN, RECORD_LATE };
 
-static RecordEnd ReadRecord(int in, InspectRecord& record)
+static RecordEnd ReadRecord(int in, int nSeconds, InspectRecord& record)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(WORKER_SECONDS);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(nSeconds);
     char* pAt = reinterpret_cast<char*>(&record);
     for (size_t nLeft = sizeof(record); nLeft > 0;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -100,31 +101,33 @@ static std::string DeathOf(pid_t pid, RecordEnd end)
         kill(pid, SIGKILL);
     }
     waitpid(pid, &child.nStatus, 0);
-    return end == RECORD_LATE ? "took more than " + std::to_string(WORKER_SECONDS) + " s"
-                              : "its reader " + Child_EndText(child);
+    return end == RECORD_LATE ? "takes too long" : "its reader " + Child_EndText(child);
 }
 
 bool Worker_ForEach(
     size_t nCount, const std::function<InspectRecord(size_t)>& work,
-    const std::function<void(size_t, const InspectRecord&, const std::string& death)>& done)
+    const std::function<void(size_t, const InspectRecord&, const std::string& death)>& done,
+    int nSeconds, std::string& error)
 {
     for (size_t n = 0; n < nCount;) {
+        std::fflush(stdout);
         int aEnds[2];
         if (pipe2(aEnds, O_CLOEXEC) != 0) {
+            error = std::string("no pipe: ") + std::strerror(errno);
             return false;
         }
-        std::fflush(stdout);
         const pid_t parent = getpid();
         const pid_t pid = fork();
         if (pid == 0) {
             close(aEnds[0]);
             WorkFrom(n, nCount, aEnds[1], parent, work);
         }
+        error = std::string("no process: ") + std::strerror(errno);
         close(aEnds[1]);
         std::string death;
         for (; pid > 0 && n < nCount && death.empty(); ++n) {
             InspectRecord record;
-            const RecordEnd end = ReadRecord(aEnds[0], record);
+            const RecordEnd end = ReadRecord(aEnds[0], nSeconds, record);
             if (end != RECORD_WHOLE) {
                 record = InspectRecord();
                 death = DeathOf(pid, end);

@@ -24,9 +24,11 @@ struct InspectRecord {
 // Does `work` for each number below `nCount`, in order, in the child, whose standard error goes
 // nowhere (libraries tell it about every broken file), and hands each record to `done` in this
 // process. `death` is empty, or how the child ended at this number, and the record then an empty
-// one; the next number gets a new child. Returns false when there can be no child.
+// one; the next number gets a new child. A number that takes longer than `nSeconds` ends the child.
+// Returns false, with the reason in `error`, when there can be no child.
 bool Worker_ForEach(
     size_t nCount, const std::function<InspectRecord(size_t)>& work,
-    const std::function<void(size_t, const InspectRecord&, const std::string& death)>& done);
+    const std::function<void(size_t, const InspectRecord&, const std::string& death)>& done,
+    int nSeconds, std::string& error);
 
 #endif

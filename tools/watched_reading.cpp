@@ -5,6 +5,8 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
+#include <new>
+#include <opencv2/core.hpp>
 
 #include "camera_picture.h"
 #include "capture_decode.h"
@@ -68,9 +70,24 @@ static void ReadBuffer(std::vector<uint8_t>& buffer, cv::Mat& grey, WatchedReadi
     reading.bOpened = reading.nScans % SCANS_PER_ATTEMPT == 0;
     std::string symbologies;
     for (const WatchedSymbol& symbol : Watch_Scans().back().symbols) {
-        symbologies += (symbologies.empty() ? "" : ", ") + symbol.symbology;
+        const std::string next = (symbologies.empty() ? "" : ", ") + symbol.symbology;
+        symbologies += symbologies.size() + next.size() < READING_NOTE_SIZE ? next : "";
     }
     Note(reading.szSymbologies, symbologies);
+}
+
+static void NotDecodable(const std::string& why, cv::Mat& grey, WatchedReading& reading)
+{
+    grey.release();
+    reading = WatchedReading();
+    reading.outcome = READING_NOT_DECODABLE;
+    Note(reading.szRemark, why);
+}
+
+static std::string OneLine(std::string text)
+{
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text;
 }
 
 WatchedReading Reading_Take(const std::vector<uint8_t>& jpeg, cv::Mat& grey)
@@ -79,21 +96,23 @@ WatchedReading Reading_Take(const std::vector<uint8_t>& jpeg, cv::Mat& grey)
     grey.release();
     std::vector<uint8_t> buffer(MAXFRAMERINBUF);
     if (jpeg.size() > buffer.size()) {
-        reading.outcome = READING_NOT_DECODABLE;
-        Note(reading.szRemark, "the service takes no stream of more than " +
-                                   std::to_string(MAXFRAMERINBUF) + " bytes");
+        NotDecodable("the service takes no stream of more than " + std::to_string(MAXFRAMERINBUF) +
+                         " bytes",
+                     grey, reading);
         return reading;
     }
     std::memcpy(buffer.data(), jpeg.data(), jpeg.size());
     try {
         ReadBuffer(buffer, grey, reading);
-    } catch (const std::exception& exception) {
-        grey.release();
-        reading = WatchedReading();
-        reading.outcome = READING_NOT_DECODABLE;
-        std::string what = exception.what();
-        what.erase(what.find_last_not_of('\n') + 1);
-        Note(reading.szRemark, "the service would end here: " + what);
+    } catch (const std::bad_alloc&) {
+        NotDecodable("too large a picture for the memory there is", grey, reading);
+    } catch (const cv::Exception& exception) {
+        NotDecodable(exception.code == cv::Error::StsNoMem
+                         ? "too large a picture for the memory there is"
+                         : "the service would end here: " + OneLine(exception.what()),
+                     grey, reading);
+    } catch (const std::exception& exception) { // zbar's
+        NotDecodable("the service would end here: " + OneLine(exception.what()), grey, reading);
     }
     return reading;
 }

@@ -28,7 +28,7 @@ struct WatchedReading {
     int nScans = 0;                     // that were made
     double ms = 0.0;                    // from the JPEG to the result, without the snapshot
     char szText[QRCODE_TEXT_SIZE] = {}; // up to its first zero what the service would report
-    char szSymbologies[READING_NOTE_SIZE] = {}; // of the scan that won, ", " between, may be cut
+    char szSymbologies[READING_NOTE_SIZE] = {}; // of the scan that won, ", " between
     char szRemark[READING_NOTE_SIZE] = {};      // why there is no picture, may be cut
 };
 
@@ -40,7 +40,8 @@ bool Reading_SavedJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std:
 
 // Reads a JPEG as the service reads the stream of a snapshot with these bytes, its limits included.
 // `grey` receives the picture that every attempt starts from; it is empty when there is none.
-// Exceptions of OpenCV and zbar, which end the service, come out as READING_NOT_DECODABLE.
+// Exceptions of OpenCV and zbar, which end the service, come out as READING_NOT_DECODABLE; so does
+// memory that does not suffice here.
 WatchedReading Reading_Take(const std::vector<uint8_t>& jpeg, cv::Mat& grey);
 
 // "plain", "Otsu inverted", "adaptive", "level 180" and so on.

@@ -46,16 +46,17 @@ int NET_SocketFunc_SetKeepAlive(int fd);
 int NET_SocketFunc_SetSockOpt(int fd, int nReuse, int nSendMs, int nRecvMs, int nSendBuf,
                               int nRecvBuf);
 
-// Waits for any of `nCount` descriptors (those below 1 are skipped) to become ready for one of the
-// SELECT_... modes; without limit when nWaitMs is 0 or less. `szCaller` names the caller in what is
-// printed. Returns
+// Waits for any of `nCount` open descriptors (those below 1 are skipped) to become ready for one of
+// the SELECT_... modes; without limit when nWaitMs is 0 or less. `szCaller` names the caller in
+// what is printed. Returns
 //   a descriptor ORed with its SELECT_EVENT_... bit: the first ready one in the array's order. With
 //     SELECT_READ only readable ones count, whatever else was asked for; SELECT_WRITE likewise
 //     hides SELECT_EXCEPT;
 //   0: time-out, nothing of the mode that counts, or ten interruptions by signals (each starts the
 //     wait again with what is left of the time);
 //   -1: no array, a count below 0, no descriptor above 0, one of FD_SETSIZE (1024) or more, or an
-//     error of select (in errno).
+//     error of select (in errno). A closed descriptor is such an error only where the kernel looks:
+//     behind the end of the process's table of descriptors it counts as ready.
 int API_Socket_Select(const int* pSocks, int nCount, int nModes, int nWaitMs, const char* szCaller);
 
 // Receives into `pBuffer` of `nSize` bytes. With nWant below 1: one datagram, cut to nSize bytes.

@@ -1,10 +1,13 @@
 #include "camera_picture.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sys/stat.h>
+#include <unistd.h>
 
 static const double ALPHA_8_BIT = 255.0;
 static const double ALPHA_16_BIT = 65535.0;
@@ -38,7 +41,7 @@ bool Sim_CheckPictureFile(const std::string& path, std::string& error)
 {
     struct stat info;
     if (stat(path.c_str(), &info) != 0) {
-        error = "no such file";
+        error = errno == ENOENT || errno == ENOTDIR ? "no such file" : std::strerror(errno);
         return false;
     }
     if (!S_ISREG(info.st_mode)) {
@@ -47,6 +50,10 @@ bool Sim_CheckPictureFile(const std::string& path, std::string& error)
     }
     if (info.st_size == 0) {
         error = "empty file";
+        return false;
+    }
+    if (access(path.c_str(), R_OK) != 0) {
+        error = std::strerror(errno);
         return false;
     }
     return true;
@@ -77,7 +84,7 @@ bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& err
         picture.release();
     }
     if (picture.empty()) {
-        error = "not a picture that can be read";
+        error = "not a picture that can be read, or too large a one";
         return false;
     }
     return true;

@@ -10,7 +10,8 @@
 // Grey value of the wall behind and beside every picture.
 enum { SIM_WALL_GREY = 128 };
 
-// Returns false, with the reason in `error`, when the file is missing, empty or no regular file.
+// Returns false, with the reason in `error`, when the file is missing, empty, no regular file or
+// not readable.
 bool Sim_CheckPictureFile(const std::string& path, std::string& error);
 
 // Reads a picture in any format that OpenCV reads as 8-bit blue-green-red, the way up that its
