@@ -46,21 +46,11 @@ if [[ $(realpath -- "$scene") == "$root/samples" ]]; then
     options=(--once --strict)
 fi
 
-# Runs a command in the project's folder; what it prints is shown only when it fails.
-quietly()
-{
-    local output
-    output=$(cd "$root" && "$@" 2>&1) || fail 1 "failed: $*"$'\n'"$output"
-}
-
 "$here/setup.sh" build
 if [[ ! -x $build/tools/demo_runner ]]; then
     echo "Building in build/release; the first time takes a minute or so ..." >&2
 fi
-if [[ ! -f $build/build.ninja ]]; then # the tests need packages that the demo does not
-    quietly cmake --preset release -DQRCODE_TESTS=OFF
-fi
-quietly cmake --build --preset release --target qrcode panel demo_runner
+"$here/build.sh" release qrcode panel demo_runner
 
 # Ctrl-C is the runner's: it stops the others and prints the summary.
 trap '' INT
