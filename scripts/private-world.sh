@@ -1,13 +1,14 @@
 #!/bin/bash
 # Runs a command in a world of its own, made with bubblewrap: its own loopback network, its own
-# processes (they end with the command), an empty /tmp and an empty, writable /Database/doorlog.
-# Everything else of this machine is there at its own path, read-only, but not /sys. Ends when its
-# parent ends.
+# processes (they end with the command), an empty /tmp and an empty, writable /Database/doorlog of 16
+# MiB. Everything else of this machine is there at its own path, read-only, but not /sys. Ends when
+# its parent ends.
 #
 # So several services can run side by side on their fixed ports, and leave nothing behind.
 set -euo pipefail
 
 readonly EXIT_USAGE=2
+readonly DATABASE_BYTES=$((16 << 20)) # of /Database, a small flash as on the terminal
 readonly EXIT_NO_WORLD=125 # not a status that the commands in here end with
 
 usage()
@@ -75,7 +76,8 @@ for entry in /* /.[!.]*; do
         ;;
     esac
 done
-world+=(--dev /dev --proc /proc --tmpfs /tmp --tmpfs /Database --dir /Database/doorlog)
+world+=(--dev /dev --proc /proc --tmpfs /tmp --size "$DATABASE_BYTES" --tmpfs /Database
+    --dir /Database/doorlog)
 for path in "${seen[@]}"; do
     case $path in
     /tmp/* | /Database/* | /dev/* | /sys/*) world+=(--ro-bind "$path" "$path") ;;

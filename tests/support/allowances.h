@@ -31,4 +31,12 @@ const bool LIMITS_MEMORY = false;
 const bool LIMITS_MEMORY = true;
 #endif
 
+// Where everything takes many times as long.
+#if defined(TESTS_EMULATED) || defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) ||    \
+    __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+const bool EMULATED_OR_SANITIZED = true;
+#else
+const bool EMULATED_OR_SANITIZED = false;
+#endif
+
 #endif

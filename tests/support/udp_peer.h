@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 struct UdpPeer {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
 
     explicit UdpPeer(int port = 0)
