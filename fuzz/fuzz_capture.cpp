@@ -12,19 +12,19 @@
 enum { PACKS_MAX = 64, PACK_MAX = MAXFRAMERINBUF / 2 + 9, WAIT_MS = 1, CYCLES = 4 };
 
 static FuzzedDataProvider* g_input;
-static const int g_ready = eventfd(1, 0); // always readable
-static const int g_idle = eventfd(0, 0);  // never
+static const int g_ready = eventfd(1, 0), g_idle = eventfd(0, 0); // always and never readable
 static std::vector<std::vector<uint8_t>> g_packs;
-static size_t g_full;  // bytes of all packs
-static size_t g_valid; // ... behind their offsets
+static size_t g_full;              // bytes of all packs
+static std::vector<uint8_t> g_due; // ... behind their offsets, end to end
 
 static int Result()
 {
     return g_input->ConsumeBool() ? 0 : g_input->ConsumeIntegral<int>();
 }
 
-extern "C" {
 // clang-format off
+extern "C" {
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 int HI_MPI_VPSS_GetChnAttr(int, int, MediaVpssChnAttr*) { return Result(); }
 int HI_MPI_VENC_CreateChn(int, const MediaVencChnAttr*) { return Result(); }
 int HI_MPI_VENC_DestroyChn(int) { return Result(); }
@@ -45,21 +45,19 @@ int HI_MPI_VENC_QueryStatus(int, MediaVencStatus* pStatus)
 }
 int HI_MPI_VENC_GetStream(int, MediaStream* pStream, int)
 {
-    if (pStream->nPacks > PACKS_MAX || Result() != 0) {
-        return -1;
-    }
-    for (uint32_t i = 0; i < pStream->nPacks; ++i) {
+    const bool bRefused = pStream->nPacks > PACKS_MAX || Result() != 0;
+    for (uint32_t i = 0; !bRefused && i < pStream->nPacks; ++i) {
         MediaPack& pack = pStream->pPack[i];
         pack.nLen = g_input->ConsumeIntegralInRange<uint32_t>(0, PACK_MAX);
-        pack.nOffset = g_input->ConsumeIntegral<uint32_t>() % (pack.nLen + 2);
-        g_packs.emplace_back(pack.nLen);
+        pack.nOffset =
+            g_input->ConsumeIntegral<uint32_t>() >> g_input->ConsumeIntegral<uint8_t>() % 32;
+        g_packs.emplace_back(pack.nLen, i + 1);
         pack.pAddr = g_packs.back().data();
         g_full += pack.nLen;
-        g_valid += pack.nLen - std::min(pack.nLen, pack.nOffset);
+        g_due.insert(g_due.end(), pack.nLen - std::min(pack.nLen, pack.nOffset), i + 1);
     }
-    return 0;
+    return bRefused ? -1 : 0;
 }
-int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -70,15 +68,17 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (int i = 0; i < CYCLES; ++i) {
         picture[MAXFRAMERINBUF] = 'x';
         g_packs.clear();
-        g_full = g_valid = 0;
+        g_due.clear();
+        g_full = 0;
         FaceVenc_StartSnap();
         MediaStream stream = {};
         const bool bFetched = FaceVenc_GetStream(SNAP_VENC_CHN, &stream, WAIT_MS) == 0;
         const int nCopied = QrcodeVenc_CopyStreamData(&stream, picture);
         FaceVenc_ReleaseStream(SNAP_VENC_CHN, &stream);
         FaceVenc_DestroyChn(SNAP_VENC_CHN);
-        const int nDue = g_full > MAXFRAMERINBUF ? -1 : static_cast<int>(g_valid);
-        if (nCopied != nDue || bFetched == (stream.pPack == nullptr) ||
+        const int nDue = g_full > MAXFRAMERINBUF ? -1 : static_cast<int>(g_due.size());
+        const bool bSame = nDue < 0 || std::equal(g_due.begin(), g_due.end(), picture);
+        if (!bSame || nCopied != nDue || bFetched == (stream.pPack == nullptr) ||
             picture[MAXFRAMERINBUF] != 'x') {
             std::abort();
         }

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
-#include <cstring>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,18 +11,20 @@
 
 #include "udp_socket.h"
 
-enum { STEPS = 12, DESCRIPTORS = 9, DATAGRAM_MAX = 70000, WAIT_MS = 2, CLOSED = 60 };
+enum { STEPS = 12, DESCRIPTORS = 9, DATAGRAM_MAX = 70000, PAYLOAD_MAX = 65507 };
+enum { WAIT_MS = 2, CLOSED = 60 };
 
 // CLOSED is a descriptor that is not open, below the 64 that the kernel always looks at.
 static int g_fd; // of a socket that does not block; it sends to itself
 static struct sockaddr_in g_self;
 
-extern "C" int __wrap_usleep(unsigned nUs); // the pauses between retries
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-
-extern "C" int __wrap_usleep(unsigned /*nUs*/)
+extern "C" {
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+int __wrap_usleep(unsigned nUs); // the pauses between retries
+int __wrap_usleep(unsigned)
 {
     return 0;
+}
 }
 
 static void Require(bool bTrue)
@@ -51,13 +52,15 @@ static void Wait(FuzzedDataProvider& input)
     }
     const int nCount = input.ConsumeBool() ? static_cast<int>(fds.size()) : -1;
     const int nModes = input.ConsumeIntegral<int>();
-    const bool bReady =
-        nCount > 0 && (nModes & SELECT_WRITE) != 0 && std::count(fds.begin(), fds.end(), g_fd) > 0;
+    const bool bMember = std::count(fds.begin(), fds.end(), g_fd) > 0;
+    const bool bReady = nCount > 0 && (nModes & SELECT_WRITE) != 0 && bMember;
     const int nWaitMs = bReady ? input.ConsumeIntegral<int>() : WAIT_MS;
     const int nResult = API_Socket_Select(fds.data(), nCount, nModes, nWaitMs, "fuzz");
-    const int nBits = nResult & (SELECT_EVENT_READ | SELECT_EVENT_WRITE | SELECT_EVENT_EXCEPT);
-    Require(nResult < 1 || (nResult - nBits == g_fd && (nModes & (nBits >> 16)) != 0 &&
-                            std::count(fds.begin(), fds.end(), g_fd) > 0));
+    const int nAsked = nModes & (SELECT_READ | SELECT_WRITE | SELECT_EXCEPT);
+    const int nEvent = (nAsked & -nAsked) << 16; // the lowest one asked for counts
+    Require(nResult < 1 || (nResult == (g_fd | nEvent) && bMember));
+    const bool bBroken = std::any_of(fds.begin(), fds.end(), [](int fd) { return fd >= CLOSED; });
+    Require(!bReady || (bBroken ? nResult == -1 : nEvent != SELECT_EVENT_WRITE || nResult > 0));
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -70,16 +73,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const int nLength = input.ConsumeIntegralInRange<int>(-1, DATAGRAM_MAX);
         const std::vector<char> out(static_cast<size_t>(std::max(nLength, 0)), 'd');
         const bool bAddress = input.ConsumeBool();
-        const int nSent =
-            NET_SocketFunc_UdpSend(fd, out.data(), nLength, bAddress ? &g_self : nullptr);
-        Require(nSent == nLength || nSent == 0 || nSent == -1);
+        const sockaddr_in* const pAddr = bAddress ? &g_self : nullptr;
+        const int nSent = NET_SocketFunc_UdpSend(fd, out.data(), nLength, pAddr);
+        const bool bTried = fd > 0 && nLength > 0 && bAddress;
+        Require(nSent == (!bTried ? 0 : fd == g_fd && nLength <= PAYLOAD_MAX ? nLength : -1));
         const int nSize = input.ConsumeIntegralInRange<int>(1, DATAGRAM_MAX);
         const int nWant = input.ConsumeIntegralInRange<int>(-1, nSize);
         std::vector<char> in(static_cast<size_t>(nSize));
         const int nGot = NET_SocketFunc_UdpRecv(fd, in.data(), nSize, nWant);
         Require(nGot >= -1 && nGot <= nSize);
-        Require(std::all_of(in.begin(), in.begin() + std::max(nGot, 0),
-                            [](char c) { return c == 'd'; }));
+        Require(std::count(in.begin(), in.end(), 'd') == std::max(nGot, 0));
     }
     close(g_fd);
     return 0;

@@ -1,8 +1,8 @@
 #!/bin/bash
 # Fuzzes the service's entries of foreign bytes and numbers: fuzz.sh SECONDS [TARGET...], for so long
 # each, one after the other; TARGET is dispatch, reading, capture or sockets, by default all of them.
-# First every committed seed and every input found earlier is replayed. Found inputs are kept in
-# build/fuzz/corpus/TARGET, whatever breaks in build/fuzz/findings/TARGET. Ends with 1 on a finding.
+# First every committed seed and every input found or failed earlier is replayed. Found inputs are kept in
+# build/fuzz-inputs/corpus/TARGET, whatever breaks in build/fuzz-inputs/findings/TARGET. Ends with 1 on a finding.
 #   fuzz.sh --coverage   lines of the service that all inputs kept so far reach, by file
 set -euo pipefail
 
@@ -33,7 +33,8 @@ done
 export OPENCV_IO_MAX_IMAGE_PIXELS=$PIXELS_MAX
 # As without the sanitizer, memory that is not there is null, which the service looks for.
 export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256:quarantine_size_mb=32
-inputs=$project/build/fuzz
+export LSAN_OPTIONS=suppressions=$project/fuzz/leaks.supp:print_suppressions=0
+inputs=$project/build/fuzz-inputs
 "$project/scripts/setup.sh" check
 mkdir -p "$inputs"
 
@@ -63,22 +64,19 @@ fi
 scripts/build.sh fuzz "${targets[@]/#/fuzz_}"
 found=0
 for target in "${targets[@]}"; do
-    # zbar loses a few bytes in some pictures; what the service itself loses, its tests would tell.
-    leaks=1
-    [[ $target != reading ]] || leaks=0
     corpus=$inputs/corpus/$target
     findings=$inputs/findings/$target
     log=$inputs/$target.log
     mkdir -p "$corpus" "$findings"
     # Seeds and all that was found earlier, then new inputs.
     # shellcheck disable=SC2016
-    if ASAN_OPTIONS=$ASAN_OPTIONS:detect_leaks=$leaks scripts/private-world.sh --write "$inputs" -- bash -c '
-        program=$1 corpus=$2 seeds=$3 seconds=$4
-        shift 4
-        "$program" -runs=0 "$@" "$seeds" "$corpus" &&
+    if scripts/private-world.sh --write "$inputs" -- bash -c '
+        program=$1 corpus=$2 seeds=$3 seconds=$4 findings=$5
+        shift 5
+        "$program" -runs=0 "$@" "$seeds" "$corpus" "$findings" &&
             { ((seconds == 0)) || "$program" "-max_total_time=$seconds" "$@" "$corpus" "$seeds"; }' \
-        fuzz "build/fuzz/fuzz/fuzz_$target" "$corpus" "fuzz/seeds/$target" "$seconds" \
-        "-detect_leaks=$leaks" -close_fd_mask=3 -print_final_stats=1 -max_len=65536 -timeout=60 -rss_limit_mb=2048 -malloc_limit_mb=1000000 \
+        fuzz "build/fuzz/fuzz/fuzz_$target" "$corpus" "fuzz/seeds/$target" "$seconds" "$findings" \
+        -close_fd_mask=3 -print_final_stats=1 -max_len=65536 -timeout=60 -rss_limit_mb=2048 -malloc_limit_mb=1000000 \
         "-artifact_prefix=$findings/" > "$log" 2>&1; then
         printf '%-10s %6s s %12s inputs tried, %5d kept\n' "$target" "$seconds" \
             "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \

@@ -5,14 +5,17 @@
 #   test   ... and the tests
 #   check  ... and everything that checks the code
 #   device to build for the device, and to emulate it
+#   bench  to measure what the service costs
 set -euo pipefail
 
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
     libopencv-imgcodecs-dev libzbar-dev libcli11-dev nlohmann-json3-dev bubblewrap)
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
-readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev shellcheck
+readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev llvm-14 shellcheck
     valgrind)
 readonly DEVICE_PACKAGES=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
+readonly BENCH_PACKAGES=(libbenchmark-dev libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
+    gnuplot-nox jq time)
 
 fail()
 {
@@ -49,12 +52,13 @@ for group in "$@"; do
     test) packages+=("${TEST_PACKAGES[@]}") ;;
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
+    bench) packages+=("${BENCH_PACKAGES[@]}") ;;
     -h | --help)
-        echo "usage: $(basename "$0") [build|test|check|device]..."
+        echo "usage: $(basename "$0") [build|test|check|device|bench]..."
         exit 0
         ;;
     *)
-        status=2 fail "unknown group \"$group\"; there are: build, test, check, device"
+        status=2 fail "unknown group \"$group\"; there are: build, test, check, device, bench"
         ;;
     esac
 done

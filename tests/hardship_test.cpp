@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <regex>
 #include <sys/stat.h>
 
 #include "allowances.h"
@@ -23,6 +22,8 @@ const std::string FOLDER = "/Database/doorlog";
 const std::string SERVICE_LOG = FOLDER + "/qrcodelog.txt";
 const std::string PLAIN = SAMPLES_DIR "/plain.png";
 const int RESTARTS = EMULATED_OR_SANITIZED ? 10 : 100;
+
+const int SILENCE_MS = EMULATED_OR_SANITIZED ? 4000 : 1000; // much longer than two readings
 
 class HardshipTest : public testing::Test
 {
@@ -66,7 +67,7 @@ protected:
         std::string frame;
         EXPECT_TRUE(Reports());
         Send(Command(MSG_CMD_QRCODE_DISABLE));
-        EXPECT_TRUE(WaitUntil([&] { return !peer->Receive(frame, 1000); })) << "switched off";
+        EXPECT_TRUE(WaitUntil([&] { return !peer->Receive(frame, SILENCE_MS); })) << "switched off";
         Send(Command(MSG_CMD_QRCODE_ENABLE));
         EXPECT_TRUE(Reports()) << "switched on";
     }
@@ -99,7 +100,7 @@ TEST_F(HardshipTest, HeldLogDelaysCommandsAndLosesNone)
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_len = 1;
-    ASSERT_EQ(0, fcntl(log, F_SETLK, &lock));
+    ASSERT_EQ(0, fcntl(log, F_OFD_SETLK, &lock));
     for (int i = 0; i < 20; ++i) {
         Send(Command(0x5000 + static_cast<uint32_t>(i)));
     }
@@ -109,7 +110,7 @@ TEST_F(HardshipTest, HeldLogDelaysCommandsAndLosesNone)
     }
     EXPECT_EQ(std::string::npos, ReadAll(SERVICE_LOG).find("0x5000"));
     lock.l_type = F_UNLCK;
-    fcntl(log, F_SETLK, &lock);
+    fcntl(log, F_OFD_SETLK, &lock);
     close(log);
     EXPECT_TRUE(
         WaitUntil([] { return ReadAll(SERVICE_LOG).find(Entry("0x0905")) != std::string::npos; }));
@@ -119,7 +120,16 @@ TEST_F(HardshipTest, HeldLogDelaysCommandsAndLosesNone)
         EXPECT_NE(std::string::npos, ReadAll(SERVICE_LOG).find(Entry(code)));
     }
     std::string frame;
-    EXPECT_TRUE(WaitUntil([&] { return !peer->Receive(frame, 1000); })) << "switched off now";
+    EXPECT_TRUE(WaitUntil([&] { return !peer->Receive(frame, SILENCE_MS); })) << "switched off now";
+}
+
+int Count(const std::string& bytes, const std::string& part)
+{
+    int count = 0;
+    for (size_t at = bytes.find(part); at != std::string::npos; at = bytes.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
 }
 
 TEST_F(HardshipTest, FullDiskCostsEntriesAndNothingElse)
@@ -139,6 +149,7 @@ TEST_F(HardshipTest, FullDiskCostsEntriesAndNothingElse)
         Send(Command(0x777));
     }
     ExpectObeyed();
+    EXPECT_LT(Count(ReadAll(SERVICE_LOG), Entry("0x0777")), 100) << "or the disk was not full";
     std::filesystem::remove(FOLDER + "/filler");
     ExpectLogged();
 }
@@ -165,27 +176,18 @@ TEST_F(HardshipTest, RemovedFolderAndReplacedFileCostEntriesAndNothingElse)
     EXPECT_EQ(0U, ReadAll(SERVICE_LOG).find("another's line\n["));
 }
 
-// Datagrams to ports where nobody listened, in this private network.
-long SentToNobody()
-{
-    std::smatch match;
-    const std::string counters = ReadAll("/proc/net/snmp");
-    static const std::regex second("Udp: \\d+ (\\d+) ");
-    return std::regex_search(counters, match, second) ? std::stol(match[1]) : -1;
-}
-
 TEST_F(HardshipTest, MainApplicationKilledAndRestartedManyTimes)
 {
+    EXPECT_TRUE(Reports());
+    peer.reset(); // its port is the panel's now
     for (int i = 0; i < RESTARTS; ++i) {
-        ASSERT_TRUE(Reports()) << "restart " << i;
-        peer.reset(); // results go nowhere meanwhile
-        if (i % 10 == 0) {
-            const long before = SentToNobody();
-            EXPECT_TRUE(WaitUntil([before] { return SentToNobody() > before; }));
-        }
-        peer = std::make_unique<UdpPeer>(QRCODE_PEER_PORT);
-        ASSERT_TRUE(peer->bound);
+        SCOPED_TRACE("restart " + std::to_string(i));
+        Program panel(Emulated({PANEL, "--json"}));
+        std::string line;
+        ASSERT_TRUE(panel.LineWith("0x904", line));
+        panel.Kill();
     }
+    peer = std::make_unique<UdpPeer>(QRCODE_PEER_PORT);
     ExpectObeyed();
     EXPECT_TRUE(service->Runs());
 }
@@ -197,9 +199,7 @@ TEST_F(HardshipTest, ServiceKilledAndRestartedManyTimes)
         service->Kill();
         StartService();
         ASSERT_FALSE(HasFatalFailure());
-        if (i % 10 == 0) {
-            ASSERT_TRUE(Reports());
-        }
+        ASSERT_TRUE(Reports());
     }
     ExpectObeyed();
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -9,15 +10,22 @@
 #include "snap_channel.h"
 #include "snap_size.h"
 
-enum { DECODED_CHANNELS = 3 };
+enum {
+    DECODED_CHANNELS = 3,
+    // Floats of one mirror table on the stack: from the heap they would be given back to the system
+    // and faulted in anew by every reading. A larger picture's tables go there all the same.
+    TABLE_SIZE = SNAP_WIDTH * SNAP_HEIGHT
+};
 
 // Mirrors left to right, one column off: column j takes column cols - j, not cols - 1 - j, so
 // column 0 lies beyond the right edge and comes out black. The shift is meant; every scanned
 // picture has it.
 static void Mirror(const cv::Mat& src, cv::Mat& mirrored)
 {
-    cv::Mat mapX(src.size(), CV_32FC1);
-    cv::Mat mapY(src.size(), CV_32FC1);
+    cv::AutoBuffer<float, TABLE_SIZE> tableX(src.total());
+    cv::AutoBuffer<float, TABLE_SIZE> tableY(src.total());
+    cv::Mat mapX(src.size(), CV_32FC1, tableX.data());
+    cv::Mat mapY(src.size(), CV_32FC1, tableY.data());
     for (int i = 0; i < src.rows; ++i) {
         float* pX = mapX.ptr<float>(i);
         float* pY = mapY.ptr<float>(i);

@@ -14,8 +14,9 @@
 // printed by it; where they leave no picture they end here as -1.
 //
 // Blocks for the snapshot (up to SNAP_WAIT_MS for the picture to get ready, then until the platform
-// has delivered it) and for at most 16 scans. Main thread only, not reentrant; keeps MAXFRAMERINBUF
-// (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar pass to the caller.
+// has delivered it) and for at most 16 scans. Main thread only, not reentrant; keeps 3,353,600
+// bytes on the stack: MAXFRAMERINBUF of the picture buffer, the rest tables of
+// Qrcode_DecodeMirrorGrey. Exceptions of OpenCV and zbar pass to the caller.
 int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
 
 // The step of a reading between the snapshot and the cascade, for callers that have a JPEG already.
