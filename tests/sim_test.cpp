@@ -285,8 +285,9 @@ TEST_F(SimTest, UnreadablePictureCostsOneLineUntilItChanges)
     for (int i = 0; i < 6; ++i) {
         EXPECT_EQ(i % 2 == 0 ? 20 : 128, Seen());
     }
-    EXPECT_EQ("sim: skipped " + (folder / "a.png").string() + ": not a picture that can be read, or too large a one\n" +
-                  "sim: skipped " + (folder / "b.jpg").string() + ": empty file\n",
+    EXPECT_EQ("sim: skipped " + (folder / "a.png").string() +
+                  ": not a picture that can be read, or too large a one\n" + "sim: skipped " +
+                  (folder / "b.jpg").string() + ": empty file\n",
               testing::internal::GetCapturedStderr());
     Paint("a.png", 90);
     EXPECT_EQ(90, Seen());
