@@ -241,6 +241,8 @@ TEST(StormTest, EveryFaultIsToldOnceAndTheServiceReadsOn)
     const int descriptors = OpenDescriptors();
     int reported = 0; // or known from before
     bool before = false;
+    // What pictures an old channel may hold: of the readings since it was not cleared away.
+    std::vector<std::pair<bool, bool>> held;
     for (int i = 0; i < readings && !testing::Test::HasFailure(); ++i) {
         SCOPED_TRACE("reading " + std::to_string(i) + " of seed " + std::to_string(seed));
         bool decodes = false;
@@ -256,10 +258,19 @@ TEST(StormTest, EveryFaultIsToldOnceAndTheServiceReadsOn)
         }
         Lines expected;
         Expect(Sim_Calls(), decodes, fits, expected);
+        for (size_t k = 0; k < held.size() && expected != said; ++k) {
+            expected.clear();
+            Expect(Sim_Calls(), held[k].first, held[k].second, expected);
+        }
         EXPECT_EQ(expected, said);
+        const bool left = Sim_Calls().back().result != 0;
+        if (!left) {
+            held.clear();
+        } else {
+            held.emplace_back(decodes, fits);
+        }
         // A channel that was not stopped or destroyed is the one thing that may be left.
-        const bool cleared = Sim_Calls().back().result == 0;
-        EXPECT_LE(OpenDescriptors(), descriptors + (cleared ? 0 : 1));
+        EXPECT_LE(OpenDescriptors(), descriptors + (left ? 1 : 0));
         // A text is reported unless it was there in the reading before.
         const bool reads = expected.count("src.data is NULL") == 0;
         EXPECT_EQ(reads && !before, panel.Receive(datagram, reads && !before ? 10000 : 1));
