@@ -39,7 +39,7 @@ protected:
     void StartService()
     {
         service = std::make_unique<Program>(
-            Emulated({"/bin/sh", "-c", "exec " SERVICE " > /dev/null 2>&1"}),
+            EmulatedSilently({SERVICE}),
             std::vector<std::string>{"QRCODE_SIM_SCENE=" + PLAIN, "QRCODE_SIM_VIEW_MS=1"});
         std::string frame;
         do {

@@ -87,9 +87,8 @@ void Start(Terminal& terminal)
     terminal.logged = entries.size();
     const int hugeBuffer = 8 << 20;
     setsockopt(terminal.peer.fd, SOL_SOCKET, SO_RCVBUF, &hugeBuffer, sizeof(hugeBuffer));
-    // What the service prints goes nowhere: nobody would read the pipe.
     terminal.service = std::make_unique<Program>(
-        Emulated({"/bin/sh", "-c", "exec " SERVICE " > /dev/null 2>&1"}),
+        EmulatedSilently({SERVICE}),
         std::vector<std::string>{"QRCODE_SIM_SCENE=/tmp/scene", "QRCODE_SIM_VIEW_MS=1",
                                  std::string("QRCODE_SIM_EVENTS=") + EVENTS,
                                  "QRCODE_SIM_SCRIPT=/tmp/script"});
