@@ -207,7 +207,7 @@ int Run(int argc, char** argv)
         return EXIT_FAILED;
     }
     PrintTable(run);
-    return run.rows ? 0 : EXIT_FAILED;
+    return rowsPath.empty() || run.rows ? 0 : EXIT_FAILED;
 }
 
 } // namespace
