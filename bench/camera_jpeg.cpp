@@ -4,12 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "camera_picture.h"
-
-enum {
-    FRAME_SIDE = 400, // pixels
-    FRAME_QUALITY = 99
-};
+#include "watched_reading.h"
 
 int main(int argc, char** argv)
 {
@@ -17,14 +12,12 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: camera_jpeg PICTURE > FILE\n");
         return 2;
     }
-    cv::Mat picture;
+    std::vector<uint8_t> jpeg;
     std::string error;
-    if (!Sim_LoadPicture(argv[1], picture, error)) {
+    if (!Reading_CameraJpeg(argv[1], jpeg, error)) {
         std::fprintf(stderr, "camera_jpeg: %s: %s\n", argv[1], error.c_str());
         return 2;
     }
-    const std::vector<uint8_t> jpeg =
-        Sim_EncodeFrame(Sim_CameraFrame(picture, FRAME_SIDE, FRAME_SIDE), FRAME_QUALITY);
     if (std::fwrite(jpeg.data(), 1, jpeg.size(), stdout) != jpeg.size() ||
         std::fflush(stdout) != 0) {
         std::perror("camera_jpeg: standard output");
