@@ -25,8 +25,10 @@ enum {
  * the result.
  *
  * Each call opens, locks byte 0 of the file (fcntl record lock, waits for other processes), writes
- * with one write() in append mode, and closes: nothing stays open between entries. Safe from both
- * threads; takes about 21 KiB of stack. */
+ * with one write() in append mode, and closes: nothing stays open between entries. Any thread may
+ * call it. A record lock belongs to the process, so it does not hold one of its threads back from
+ * another: their entries stay whole because each is one write() at the end of the file. Takes about
+ * 21 KiB of stack. */
 int API_Log_Write(const char* path, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 #endif

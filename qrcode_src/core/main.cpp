@@ -1,12 +1,11 @@
 // Entry of the `qrcode` service: hello, a short wait for the mode, then parked or scanning for the
 // rest of the process's life. Nothing is torn down; the process ends when it is killed.
-#include <cstdio>
 #include <cstring>
-#include <opencv2/core/utility.hpp>
 #include <unistd.h>
 
 #include "message.h"
 #include "messaging.h"
+#include "process_setup.h"
 #include "run_flags.h"
 #include "scan_loop.h"
 #include "socket_server.h"
@@ -15,8 +14,7 @@ enum { PARK_SLEEP_S = 100 };
 
 int main()
 {
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); // a pipe or journal gets each line when printed
-    cv::setNumThreads(0);                          // main and the listening thread, no others
+    Qrcode_SetUpProcess();
 
     ScanLoop loop;
     std::memset(&loop, 0, sizeof(loop));

@@ -11,7 +11,9 @@ extern struct sockaddr_in g_PeerAddr; // destination of every send
 // Binds the server socket to 127.0.0.1:QRCODE_SERVER_PORT, starts the listening thread and makes
 // the client socket aimed at 127.0.0.1:QRCODE_PEER_PORT. Call once, before the first send. Returns
 // 0; or -1 when the port cannot be bound (or came as descriptor 0): then there is no thread and no
-// client socket, uilog.txt has an entry, and every later send is dropped. Nothing is ever closed.
+// client socket, uilog.txt has an entry, and every later send is dropped. Whether the thread could
+// be started is not checked: without it nothing is received, and the result is 0. Nothing is ever
+// closed.
 int NET_Socket_Server_Start();
 
 // Thread routine: receives on the descriptor carried in the pointer's value and hands every

@@ -30,7 +30,8 @@ extern int g_SelectIntrCount;
 
 // Makes a datagram socket bound to 127.0.0.1:nPort (host byte order), with address reuse and
 // SOCKET_WAIT_MS time-outs. Returns its descriptor; or -1 with a line on standard output when it
-// cannot be bound, in which case the socket stays open.
+// cannot be bound, in which case the socket stays open. A socket with address reuse of its own, as
+// a second service has, is no obstacle: both are bound, and the newer one gets the datagrams.
 int API_Socket_Server_Init(int nPort);
 
 // Makes an unbound datagram socket and fills `pAddr` with 127.0.0.1:nPort. Returns the descriptor,

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -10,36 +9,29 @@
 #include "snap_channel.h"
 #include "snap_size.h"
 
-enum {
-    DECODED_CHANNELS = 3,
-    // Floats of one mirror table on the stack: from the heap they would be given back to the system
-    // and faulted in anew by every reading. A larger picture's tables go there all the same.
-    TABLE_SIZE = SNAP_WIDTH * SNAP_HEIGHT
-};
+enum { DECODED_CHANNELS = 3 };
 
 // Mirrors left to right, one column off: column j takes column cols - j, not cols - 1 - j, so
 // column 0 lies beyond the right edge and comes out black. The shift is meant; every scanned
 // picture has it.
 static void Mirror(const cv::Mat& src, cv::Mat& mirrored)
 {
-    cv::AutoBuffer<float, TABLE_SIZE> tableX(src.total());
-    cv::AutoBuffer<float, TABLE_SIZE> tableY(src.total());
-    cv::Mat mapX(src.size(), CV_32FC1, tableX.data());
-    cv::Mat mapY(src.size(), CV_32FC1, tableY.data());
+    cv::Mat map_x(src.size(), CV_32FC1);
+    cv::Mat map_y(src.size(), CV_32FC1);
     for (int i = 0; i < src.rows; ++i) {
-        float* pX = mapX.ptr<float>(i);
-        float* pY = mapY.ptr<float>(i);
+        float* pX = map_x.ptr<float>(i);
+        float* pY = map_y.ptr<float>(i);
         for (int j = 0; j < src.cols; ++j) {
             pX[j] = static_cast<float>(src.cols - j);
             pY[j] = static_cast<float>(i);
         }
     }
-    cv::remap(src, mirrored, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+    cv::remap(src, mirrored, map_x, map_y, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
 }
 
-bool Qrcode_DecodeMirrorGrey(unsigned char* pPicture, cv::Mat& grey)
+bool Qrcode_DecodeMirrorGrey(uint8_t* pPicture, uint32_t nWidth, uint32_t nHeight, cv::Mat& grey)
 {
-    const cv::Mat encoded(1, static_cast<int>(nSnapWidth * nSnapHeight * DECODED_CHANNELS), CV_8UC1,
+    const cv::Mat encoded(1, static_cast<int>(nWidth * nHeight * DECODED_CHANNELS), CV_8UC1,
                           pPicture);
     // An orientation tag in the picture is not applied: the camera's own way up is what counts.
     const cv::Mat src = cv::imdecode(encoded, cv::IMREAD_COLOR | cv::IMREAD_IGNORE_ORIENTATION);
@@ -73,7 +65,7 @@ int Qrcode_CaptureAndDecode(int* /*pUnused*/, char* szText)
     TakeSnapshot(picture);
 
     cv::Mat grey;
-    if (!Qrcode_DecodeMirrorGrey(picture, grey)) {
+    if (!Qrcode_DecodeMirrorGrey(picture, nSnapWidth, nSnapHeight, grey)) {
         std::printf("src.data is NULL\n");
         return -1;
     }

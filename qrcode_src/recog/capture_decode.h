@@ -2,6 +2,7 @@
 #ifndef QRCODE_CAPTURE_DECODE_H
 #define QRCODE_CAPTURE_DECODE_H
 
+#include <cstdint>
 #include <opencv2/core/mat.hpp>
 
 // Takes one reading. `pUnused` is neither read nor written; callers pass the address of an integer.
@@ -14,17 +15,18 @@
 // printed by it; where they leave no picture they end here as -1.
 //
 // Blocks for the snapshot (up to SNAP_WAIT_MS for the picture to get ready, then until the platform
-// has delivered it) and for at most 16 scans. Main thread only, not reentrant; keeps 3,353,600
-// bytes on the stack: MAXFRAMERINBUF of the picture buffer, the rest tables of
-// Qrcode_DecodeMirrorGrey. Exceptions of OpenCV and zbar pass to the caller.
+// has delivered it) and for at most 16 scans. Main thread only, not reentrant; keeps the picture
+// buffer of MAXFRAMERINBUF (2,073,600) bytes on the stack. Exceptions of OpenCV and zbar pass to
+// the caller.
 int Qrcode_CaptureAndDecode(int* pUnused, char* szText);
 
 // The step of a reading between the snapshot and the cascade, for callers that have a JPEG already.
 // `pPicture` is a picture buffer of MAXFRAMERINBUF bytes with the JPEG at its start and zeros
-// behind it. The decoder is shown nSnapWidth * nSnapHeight * 3 bytes of it (480,000 once those
-// words are set), neither the stream's own length nor the whole buffer: a longer stream is cut
+// behind it. The decoder is shown nWidth * nHeight * 3 bytes of it (480,000 for a snapshot of
+// 400 x 400 pixels), neither the stream's own length nor the whole buffer: a longer stream is cut
 // there, and that is meant. Makes the picture that every attempt starts from: mirrored left to
-// right, 8-bit grey. Returns false when there is no picture in the bytes.
-bool Qrcode_DecodeMirrorGrey(unsigned char* pPicture, cv::Mat& grey);
+// right, 8-bit grey, of the size that the JPEG's header says. Returns false when there is no
+// picture in the bytes.
+bool Qrcode_DecodeMirrorGrey(uint8_t* pPicture, uint32_t nWidth, uint32_t nHeight, cv::Mat& grey);
 
 #endif

@@ -1,30 +1,32 @@
-// The cascade of attempts: up to eight differently prepared versions of the grey picture.
+// The cascade of attempts: differently prepared versions of the grey picture, scanned one after the
+// other. Its table in cascade.cpp is the one list of them: tools and tests ask for number and
+// names.
 #ifndef QRCODE_CASCADE_H
 #define QRCODE_CASCADE_H
 
 #include <opencv2/core/mat.hpp>
 
-// Attempts in the order in which they are made; the cheapest comes first.
-enum {
-    ATTEMPT_PLAIN = 1,         // the grey picture as it is
-    ATTEMPT_OTSU_INVERTED = 2, // Otsu's level, bright becomes black: for light codes on dark
-    ATTEMPT_ADAPTIVE = 3,      // against the Gaussian mean of 33 x 33 pixels: for uneven light
-    ATTEMPT_LEVEL_FIRST = 4,   // fixed levels 180, 198, 216, 234, 252: for bright, washed-out codes
-    ATTEMPT_COUNT = 8
+// The working pictures of one cascade: 8-bit, one channel, the same size, without gaps between
+// rows.
+struct CascadePictures {
+    cv::Mat grey;        // what every attempt starts from; the caller's, never changed
+    cv::Mat thresholded; // made by the inverted Otsu attempt, used again by the fixed levels
+    cv::Mat adaptive;    // made by the adaptive attempt
 };
 
-// Grey values of the fixed levels: pixels above become white, the others black.
-enum { LEVEL_FIRST = 180, LEVEL_STEP = 18 };
+// Number of attempts, 8. An attempt's number counts from 1, in the order in which they are made.
+int Qrcode_AttemptCount();
 
-// Prepares attempt nAttempt (ATTEMPT_PLAIN..ATTEMPT_COUNT) of `grey` (8-bit, one channel), which
-// is not changed. Returns an 8-bit one-channel picture without gaps between rows: a header that
-// shares the pixels of `grey` for ATTEMPT_PLAIN, of `work` for every other. `work` may be reused
-// for the next attempt when the returned picture is done with.
-cv::Mat Qrcode_PrepareAttempt(int nAttempt, const cv::Mat& grey, cv::Mat& work);
+// What people call an attempt: "plain", "Otsu inverted", "adaptive", "level 180" and so on.
+const char* Qrcode_AttemptName(int nAttempt);
+
+// Prepares attempt nAttempt. Returns a header that shares the pixels of the working picture that
+// holds it; they are valid until another attempt is prepared with the same working pictures.
+cv::Mat Qrcode_PrepareAttempt(int nAttempt, CascadePictures* pPictures);
 
 // Makes one attempt after the other with Qrcode_ScanWithOpening, on the picture and the caller's
 // text buffer of QRCODE_TEXT_SIZE bytes, until one finds a text. Returns the length of its text in
-// bytes, or 0 when none of the eight had any (see symbol_scan.h for what `szText` may hold then).
+// bytes, or 0 when no attempt had any (see symbol_scan.h for what `szText` may hold then).
 int Qrcode_ScanCascade(const cv::Mat& grey, char* szText);
 
 #endif
