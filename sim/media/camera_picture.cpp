@@ -9,12 +9,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static const double ALPHA_8_BIT = 255.0;
-static const double ALPHA_16_BIT = 65535.0;
+#include "memory_limit.h"
+
+namespace
+{
+
+const double ALPHA_8_BIT = 255.0;
+const double ALPHA_16_BIT = 65535.0;
 
 // Puts a picture with an alpha channel on white, as a viewer shows it on paper. Row by row, for the
 // rows are worked on as floats.
-static cv::Mat OnWhite(const cv::Mat& withAlpha)
+cv::Mat OnWhite(const cv::Mat& withAlpha)
 {
     const double full = withAlpha.depth() == CV_16U ? ALPHA_16_BIT : ALPHA_8_BIT;
     cv::Mat picture(withAlpha.size(), CV_8UC3);
@@ -37,26 +42,20 @@ static cv::Mat OnWhite(const cv::Mat& withAlpha)
     return picture;
 }
 
+} // namespace
+
 bool Sim_CheckPictureFile(const std::string& path, std::string& error)
 {
-    struct stat info;
+    struct stat info = {};
     if (stat(path.c_str(), &info) != 0) {
         error = errno == ENOENT || errno == ENOTDIR ? "no such file" : std::strerror(errno);
         return false;
     }
-    if (!S_ISREG(info.st_mode)) {
-        error = "not a regular file";
-        return false;
-    }
-    if (info.st_size == 0) {
-        error = "empty file";
-        return false;
-    }
-    if (access(path.c_str(), R_OK) != 0) {
-        error = std::strerror(errno);
-        return false;
-    }
-    return true;
+    error = !S_ISREG(info.st_mode)            ? "not a regular file"
+            : info.st_size == 0               ? "empty file"
+            : access(path.c_str(), R_OK) != 0 ? std::strerror(errno)
+                                              : "";
+    return error.empty();
 }
 
 bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& error)
@@ -64,6 +63,7 @@ bool Sim_LoadPicture(const std::string& path, cv::Mat& picture, std::string& err
     if (!Sim_CheckPictureFile(path, error)) {
         return false;
     }
+    const MemoryLimit limit(SIM_PICTURE_MEMORY_MB);
     try {
         cv::Mat raw = cv::imread(path, cv::IMREAD_UNCHANGED);
         const bool hasAlpha =

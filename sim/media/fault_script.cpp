@@ -1,5 +1,6 @@
 #include "fault_script.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -12,88 +13,55 @@
 namespace
 {
 
-// Reads a whole word as an unsigned number of 32 bits, decimal or 0x....
-bool ParseWord(const std::string& word, uint32_t& value)
+// Reads a whole word as an unsigned number, decimal or 0x....
+template <typename Number>
+bool ParseWord(const std::string& word, Number& value,
+               unsigned long long most = std::numeric_limits<uint32_t>::max())
 {
-    if (word.empty() || word[0] < '0' || word[0] > '9') {
-        return false;
-    }
     char* end = nullptr;
     errno = 0;
     const unsigned long long number = std::strtoull(word.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || number > std::numeric_limits<uint32_t>::max()) {
-        return false;
-    }
-    value = static_cast<uint32_t>(number);
-    return true;
+    value = static_cast<Number>(number);
+    return !word.empty() && word[0] >= '0' && word[0] <= '9' && errno == 0 && *end == '\0' &&
+           number <= most;
 }
 
 bool ParseFault(const std::vector<std::string>& words, SimScript& script)
 {
-    uint32_t code = 0;
-    uint32_t calls = 0;
-    if (words.size() < 2 || words.size() > 3 || !ParseWord(words[1], code)) {
-        return false;
-    }
-    SimFault fault;
-    fault.code = static_cast<int>(code);
-    if (words.size() == 3) {
-        if (!ParseWord(words[2], calls) || calls > 1000000000) {
-            return false;
-        }
-        fault.calls = static_cast<int>(calls);
-    }
-    script.faults[words[0]] = fault;
-    return true;
+    SimFault& fault = script.faults[words[0]];
+    fault = SimFault();
+    return (words.size() == 2 ||
+            (words.size() == 3 && ParseWord(words[2], fault.calls, SIM_FAULT_CALLS_MAX))) &&
+           ParseWord(words[1], fault.code);
 }
 
 bool ParsePicture(const std::vector<std::string>& words, SimScript& script)
 {
-    if (words.size() == 2 && words[1] == "never") {
-        script.pictureNever = true;
-        return true;
-    }
-    if (words.size() == 2 && words[1] == "none") {
-        script.pictureNone = true;
-        return true;
-    }
-    std::string bytes;
-    if (words.size() == 3 && words[1] == "jpeg" && Sim_ReadFile(words[2], bytes)) {
+    const std::string what = words.size() > 1 ? words[1] : "";
+    if (what == "jpeg") {
         script.hasJpeg = true;
-        script.jpeg.assign(bytes.begin(), bytes.end());
-        return true;
+        return words.size() == 3 && Sim_ReadFile(words[2], script.jpeg);
     }
-    return false;
+    script.pictureNever = script.pictureNever || what == "never";
+    script.pictureNone = script.pictureNone || what == "none";
+    return words.size() == 2 && (what == "never" || what == "none");
 }
 
 bool ParsePacks(const std::vector<std::string>& words, SimScript& script)
 {
-    std::vector<SimPackLayout> packs;
+    script.packs.clear();
     for (size_t i = 1; i < words.size(); ++i) {
-        const size_t colon = words[i].find(':');
-        SimPackLayout pack;
-        if (colon == std::string::npos || !ParseWord(words[i].substr(0, colon), pack.skip)) {
-            return false;
-        }
+        const size_t colon = std::min(words[i].find(':'), words[i].size() - 1);
         const std::string valid = words[i].substr(colon + 1);
+        SimPackLayout pack;
         pack.rest = valid == "*" && i + 1 == words.size();
-        if (!pack.rest && !ParseWord(valid, pack.valid)) {
+        if (!ParseWord(words[i].substr(0, colon), pack.skip) ||
+            (!pack.rest && !ParseWord(valid, pack.valid))) {
             return false;
         }
-        packs.push_back(pack);
+        script.packs.push_back(pack);
     }
-    script.packs = packs;
-    return !packs.empty();
-}
-
-bool ParseFrameMs(const std::vector<std::string>& words, SimScript& script)
-{
-    uint32_t ms = 0;
-    if (words.size() != 2 || !ParseWord(words[1], ms) || ms > SIM_FRAME_MS_MAX) {
-        return false;
-    }
-    script.frameMs = static_cast<int>(ms);
-    return true;
+    return !script.packs.empty();
 }
 
 bool ParseStatement(const std::vector<std::string>& words, SimScript& script)
@@ -105,7 +73,7 @@ bool ParseStatement(const std::vector<std::string>& words, SimScript& script)
         return ParsePacks(words, script);
     }
     if (words[0] == "frame-ms") {
-        return ParseFrameMs(words, script);
+        return words.size() == 2 && ParseWord(words[1], script.frameMs, SIM_FRAME_MS_MAX);
     }
     return Sim_IsOperation(words[0]) && ParseFault(words, script);
 }
@@ -130,7 +98,7 @@ bool Sim_ParseScript(const std::string& text, SimScript& script, std::string& er
     return true;
 }
 
-bool Sim_ReadFile(const std::string& path, std::string& bytes)
+bool Sim_ReadFile(const std::string& path, std::vector<uint8_t>& bytes)
 {
     std::ifstream file(path, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());

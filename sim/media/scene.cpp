@@ -22,15 +22,9 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// What tells one state of a file from a later one.
-struct FileStamp {
-    int64_t modifiedNs = -1;
-    int64_t bytes = -1;
-    bool operator==(const FileStamp& other) const
-    {
-        return modifiedNs == other.modifiedNs && bytes == other.bytes;
-    }
-};
+// One version of a file: when it was modified, in ns, and its bytes.
+using FileStamp = std::pair<int64_t, int64_t>;
+const FileStamp NO_FILE = {-1, -1};
 
 struct Scene {
     bool open = false;
@@ -39,7 +33,7 @@ struct Scene {
     int events = -1;
 
     std::string shown;      // the picture on view, or the last that was
-    FileStamp shownStamp;   // its state when it was loaded
+    FileStamp shownStamp;   // its version when it was loaded
     bool onView = false;    // a picture is on view; otherwise the next frame takes the next one
     bool saidEmpty = false; // the event was written and nothing was on view since
     int round = 0;
@@ -58,16 +52,13 @@ Scene& TheScene()
     return scene;
 }
 
-bool Stamp(const std::string& path, FileStamp& stamp)
+FileStamp Stamp(const std::string& path)
 {
     struct stat info;
     if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return false;
+        return NO_FILE;
     }
-    stamp.modifiedNs =
-        static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec;
-    stamp.bytes = info.st_size;
-    return true;
+    return {int64_t{info.st_mtim.tv_sec} * 1000000000 + info.st_mtim.tv_nsec, info.st_size};
 }
 
 // write(), but a FIFO whose reader has gone is an error and not the end of the program. The signal
@@ -115,11 +106,10 @@ void WriteEvent(Scene& scene, const char* event, const std::string& picture,
     }
 }
 
-// Loads a picture; says once for each state of the file when it cannot be read.
+// Loads a picture; says once for each version of the file when it cannot be read.
 bool Load(Scene& scene, const std::string& path)
 {
-    FileStamp stamp;
-    Stamp(path, stamp);
+    const FileStamp stamp = Stamp(path);
     const auto known = scene.unreadable.find(path);
     if (known != scene.unreadable.end() && known->second == stamp) {
         return false;
@@ -144,18 +134,14 @@ bool ShowNext(Scene& scene)
     std::string error;
     Sim_ListPictures(scene.path, paths, error); // a scene that has gone has no pictures
     const auto next = std::upper_bound(paths.begin(), paths.end(), scene.shown);
-    std::vector<std::pair<std::string, bool>> order; // and whether it begins the scene anew
-    for (auto it = next; it != paths.end(); ++it) {
-        order.emplace_back(*it, false);
-    }
-    for (auto it = paths.begin(); it != next; ++it) {
-        order.emplace_back(*it, true);
-    }
-    for (const auto& [path, anew] : order) {
+    const auto behind = static_cast<size_t>(paths.end() - next); // then the scene starts over
+    std::rotate(paths.begin(), next, paths.end());
+    for (size_t i = 0; i < paths.size(); ++i) {
+        const std::string& path = paths[i];
         if (!Load(scene, path)) {
             continue;
         }
-        if (anew || scene.round == 0) {
+        if (i >= behind || scene.round == 0) {
             ++scene.round;
         }
         scene.shown = path;
@@ -175,9 +161,8 @@ bool ShowNext(Scene& scene)
 
 bool ViewIsOver(const Scene& scene)
 {
-    FileStamp stamp;
-    return Clock::now() >= scene.viewEnd || !Stamp(scene.shown, stamp) ||
-           !(stamp == scene.shownStamp);
+    const FileStamp stamp = Stamp(scene.shown);
+    return Clock::now() >= scene.viewEnd || stamp == NO_FILE || stamp != scene.shownStamp;
 }
 
 } // namespace

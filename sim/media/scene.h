@@ -1,11 +1,10 @@
 // The scene before the simulated camera: a picture file, or a folder whose pictures are shown one
 // after the other in the order of their names, over and over.
 //
-// Each picture is on view for a while, then there is one frame without a code, then the next. Time
-// passes for the scene only when frames are taken, so every picture is seen at least once. The
-// folder is looked at anew for each next picture: files added or removed show up while it runs. A
-// regular file counts as a picture unless its name starts with "." or ends in ".txt" or ".md"; one
-// that cannot be read costs one line on standard error, once, and is skipped.
+// Each picture is on view for a while, then there is one frame without a code, then the next. The
+// scene advances only when a frame is taken, so every picture is seen at least once. The folder is
+// read again for each next picture: files may be added or removed while it runs. scene_files.h says
+// which files are pictures; one that cannot be read is reported once on standard error and skipped.
 #ifndef SIM_SCENE_H
 #define SIM_SCENE_H
 
@@ -13,17 +12,17 @@
 #include <opencv2/core/mat.hpp>
 #include <string>
 
-enum { SIM_VIEW_MS = 1500 }; // how long a picture is on view unless told otherwise
+enum { SIM_VIEW_MS = 1500 }; // default time that a picture is on view
 
 // Puts a picture or folder before the camera. `eventsPath`, unless empty, names a file or FIFO that
 // gets one line of JSON for each event: "time" (seconds since the epoch), "event" ("view", "blank",
-// "unreadable", "empty"), "round" (counts from 1, grows when the scene begins anew), and for a
+// "unreadable", "empty"), "round" (from 1, one more each time the scene starts over), and for a
 // picture "picture", for an unreadable one "reason" too. Returns false, with the reason in `error`,
 // when the scene or the events file cannot be opened.
 bool Sim_OpenScene(const std::string& path, int viewMs, const std::string& eventsPath,
                    std::string& error);
 
-// Takes the scene away: every frame is without a code, as before the first Sim_OpenScene.
+// Closes the scene: every frame is without a code, as before the first Sim_OpenScene.
 void Sim_CloseScene();
 
 struct SimFrame {

@@ -1,7 +1,8 @@
-// Control of the simulated media platform, for tests and for whoever links it into a program of
-// their own. The 13 operations themselves are declared in media_platform.h.
+// Control of the simulated media platform, for programs that link it. The 13 operations themselves
+// are declared in media_platform.h.
 //
-// In a program that is given no other word, the environment sets it up before main:
+// The service's program (linked with the archive media_sim_program) is set up by its environment,
+// before main:
 //   QRCODE_SIM_SCENE    picture file or folder before the camera; without it the camera sees a wall
 //   QRCODE_SIM_VIEW_MS  how long each picture is on view (default SIM_VIEW_MS)
 //   QRCODE_SIM_EVENTS   file or FIFO for the scene's events (see scene.h)
@@ -21,12 +22,14 @@
 enum {
     SIM_VPSS_WIDTH = 1920,  // pixels, what the video processing channel says of itself
     SIM_VPSS_HEIGHT = 1080, // pixels
-    SIM_CHANNELS = 16       // encoder channels 0..15
+    SIM_CHANNELS = 16,      // encoder channels 0..15
+    SIM_SKIPPED_BYTE = 0xEE // in the leading bytes of a pack, and in a released one: no JPEG's
 };
 
-// Why an operation was refused. The code returned is 0xA0000000, the operation's place in the list
-// below in bits 8..15, and the reason in bits 0..7.
+// Why an operation was refused. The code that it returns is 0xA0000000, the operation's place in
+// the list below in bits 8..15, and the reason in bits 0..7.
 enum SimReason {
+    SIM_DONE = 0,         // not refused
     SIM_BAD_ARGUMENT = 1, // null record, number out of range, a record that makes no sense
     SIM_EXISTS = 2,       // the channel is already there, or the binding
     SIM_ABSENT = 3,       // no such channel or binding
@@ -52,11 +55,15 @@ enum SimOp {
     SIM_OPS
 };
 
+// Sets the platform up, once before main; which way is chosen by linking: the service's program
+// takes environment_start.cpp, every other one no_start.cpp. The value has no meaning.
+bool Sim_SetUp();
+
 const char* Sim_OperationName(SimOp op);
 bool Sim_IsOperation(const std::string& name);
 int Sim_Error(SimOp op, SimReason reason);
 
-// Takes scripted faults into force, in place of earlier ones.
+// Replaces the script in force.
 void Sim_SetScript(const SimScript& script);
 
 // One call as the platform saw it: the arguments that are numbers, and the bytes of the records
@@ -65,10 +72,10 @@ struct SimCall {
     SimOp op;
     std::vector<int> numbers;
     std::vector<uint8_t> record;
-    int result;
+    int result; // 0 or the code returned
 };
 
-// Keeps calls from now on (or no longer), and forgets those kept so far.
+// Starts or stops recording calls, and discards those recorded so far.
 void Sim_KeepCalls(bool keep);
 const std::vector<SimCall>& Sim_Calls();
 

@@ -10,11 +10,14 @@
 // descriptor, the caller's to close; or -1 with the reason in `error`.
 int Panel_OpenSocket(std::string& error);
 
+// Microseconds since the epoch.
+int64_t Panel_NowUs();
+
 // Takes one datagram that is there already. Returns false when there is none.
 bool Panel_Receive(int fd, PanelEvent& event);
 
 // Sends one datagram to the service and makes the event of it. Returns false, with the reason in
-// `error`, when it did not leave; that nobody listens does not show.
+// `error`, when sendto fails; it does not fail when nobody listens.
 bool Panel_Send(int fd, const PanelBytes& datagram, PanelEvent& event, std::string& error);
 
 #endif

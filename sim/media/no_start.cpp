@@ -1,0 +1,6 @@
+#include "sim_platform.h"
+
+bool Sim_SetUp()
+{
+    return true;
+}

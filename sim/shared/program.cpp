@@ -1,0 +1,233 @@
+#include "program.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "wait.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+enum {
+    STOP_MS = 2000,
+    LINE_MAX_BYTES = 65536 // a longer line comes in pieces
+};
+
+// In the child. Never returns.
+[[noreturn]] void RunProgram(const ProgramOptions& options, int input, int output, pid_t parent)
+{
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGPIPE, SIGHUP}) {
+        std::signal(signal, SIG_DFL);
+    }
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) { // it died before it was being watched
+        _exit(EXIT_FAILURE);
+    }
+    if (options.stackBytes > 0) {
+        const struct rlimit stack = {options.stackBytes, options.stackBytes};
+        setrlimit(RLIMIT_STACK, &stack);
+    }
+    dup2(input, STDIN_FILENO);
+    dup2(output, STDOUT_FILENO);
+    dup2(output, STDERR_FILENO);
+    for (const std::string& variable : options.environment) {
+        putenv(const_cast<char*>(variable.c_str()));
+    }
+    std::vector<char*> words;
+    for (const std::string& word : options.command) {
+        words.push_back(const_cast<char*>(word.c_str()));
+    }
+    words.push_back(nullptr);
+    execvp(words[0], words.data());
+    dprintf(STDERR_FILENO, "cannot run %s: %s\n", words[0], std::strerror(errno));
+    _exit(127);
+}
+
+void Close(int& fd)
+{
+    if (fd >= 0) {
+        close(fd);
+        fd = -1;
+    }
+}
+
+} // namespace
+
+bool Program::Start(const ProgramOptions& options, std::string& error)
+{
+    Stop();
+    rest_.clear();
+    lines_.clear();
+    int in[2] = {-1, -1};
+    int out[2] = {-1, -1};
+    if (options.input) {
+        static_cast<void>(pipe2(in, O_CLOEXEC));
+        std::signal(SIGPIPE, SIG_IGN); // a line for a program that has ended is lost
+    } else {
+        in[0] = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    if (options.quiet) {
+        out[1] = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    } else if (pipe2(out, O_CLOEXEC) == 0) {
+        fcntl(out[0], F_SETFL, O_NONBLOCK);
+    }
+    input_ = in[1];
+    output_ = out[0];
+    const pid_t parent = getpid();
+    const bool ready = in[0] >= 0 && out[1] >= 0;
+    pid_ = ready ? fork() : -1;
+    if (pid_ == 0) {
+        RunProgram(options, in[0], out[1], parent);
+    }
+    error = std::string(ready ? "no process: " : "no pipe: ") + std::strerror(errno);
+    Close(in[0]);
+    Close(out[1]);
+    return pid_ > 0;
+}
+
+bool Program::Running()
+{
+    if (pid_ > 0 && waitpid(pid_, &status_, WNOHANG) != 0) {
+        pid_ = -1;
+    }
+    return pid_ > 0;
+}
+
+int Program::Wait(int waitMs)
+{
+    if (!Wait_Until([this] { return !Running(); }, waitMs)) {
+        return -1;
+    }
+    return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
+}
+
+void Program::Stop()
+{
+    if (Running()) {
+        kill(pid_, SIGTERM);
+        Wait_Until([this] { return !Running(); }, STOP_MS);
+    }
+    Kill();
+    Close(input_);
+    Close(output_);
+}
+
+void Program::Kill()
+{
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, &status_, 0);
+        pid_ = -1;
+    }
+}
+
+void Program::TakeOutput()
+{
+    char bytes[4096];
+    while (output_ >= 0) {
+        const ssize_t length = read(output_, bytes, sizeof(bytes));
+        if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+            return;
+        }
+        if (length <= 0) {
+            Close(output_);
+        } else {
+            rest_.append(bytes, static_cast<size_t>(length));
+        }
+        size_t begin = 0;
+        for (size_t end = 0; (end = rest_.find('\n', begin)) != std::string::npos;) {
+            lines_.push_back(rest_.substr(begin, end - begin));
+            begin = end + 1;
+        }
+        rest_.erase(0, begin);
+        if (rest_.size() > LINE_MAX_BYTES || (output_ < 0 && !rest_.empty())) {
+            lines_.push_back(std::move(rest_));
+            rest_.clear();
+        }
+    }
+}
+
+bool Program::NextLine(std::string& line, int waitMs)
+{
+    const Deadline deadline(waitMs);
+    TakeOutput();
+    while (lines_.empty() && output_ >= 0 && !deadline.Over()) {
+        pollfd ready = {output_, POLLIN, 0};
+        poll(&ready, 1, deadline.LeftMs());
+        TakeOutput();
+    }
+    if (lines_.empty()) {
+        return false;
+    }
+    line = lines_.front();
+    lines_.pop_front();
+    return true;
+}
+
+bool Program::AwaitLine(const std::string& part, std::string& line, int waitMs)
+{
+    const Deadline deadline(waitMs);
+    while (NextLine(line, deadline.LeftMs())) {
+        if (line.find(part) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Program::Say(const std::string& line) const
+{
+    const std::string text = line + "\n";
+    static_cast<void>(!write(input_, text.data(), text.size()));
+}
+
+std::string Program_EndText(int status)
+{
+    if (WIFSIGNALED(status)) {
+        const int number = WTERMSIG(status);
+        return "was killed by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+    }
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+ProcessFigures Process_Figures(pid_t pid)
+{
+    ProcessFigures figures;
+    const fs::path folder = fs::path("/proc") / std::to_string(pid);
+    std::error_code ignored;
+    for (const fs::directory_entry& task : fs::directory_iterator(folder / "task", ignored)) {
+        double cpuNs = 0.0;
+        std::ifstream(task.path() / "schedstat") >> cpuNs;
+        figures.cpuMs += cpuNs / 1e6;
+        ++figures.threads;
+    }
+    for (const fs::directory_entry& fd : fs::directory_iterator(folder / "fd", ignored)) {
+        figures.descriptors += fd.path().empty() ? 0 : 1;
+    }
+    std::ifstream status(folder / "status");
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") {
+            status >> figures.residentKib;
+        } else if (word == "VmHWM:") {
+            status >> figures.peakKib;
+        }
+    }
+    return figures;
+}

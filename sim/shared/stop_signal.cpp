@@ -1,0 +1,43 @@
+#include "stop_signal.h"
+
+#include <initializer_list>
+
+namespace
+{
+
+volatile std::sig_atomic_t asked;
+bool taken;
+sigset_t waitMask;
+
+void OnSignal(int)
+{
+    asked = 1;
+}
+
+} // namespace
+
+void Stop_TakeSignals()
+{
+    struct sigaction action = {};
+    action.sa_handler = OnSignal;
+    sigset_t stopping;
+    sigemptyset(&stopping);
+    sigprocmask(SIG_BLOCK, nullptr, &waitMask);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        sigaddset(&stopping, signal);
+        sigdelset(&waitMask, signal);
+        sigaction(signal, &action, nullptr);
+    }
+    sigprocmask(SIG_BLOCK, &stopping, nullptr);
+    taken = true;
+}
+
+const sigset_t* Stop_WaitMask()
+{
+    return taken ? &waitMask : nullptr;
+}
+
+bool Stop_Asked()
+{
+    return asked != 0;
+}

@@ -1,0 +1,204 @@
+#include "inspect_report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "quantile.h"
+#include "text.h"
+
+namespace
+{
+
+const double MEDIAN = 0.5;
+const double MOST = 0.95;
+
+// By ReadingOutcome, and by Verdict in the table and in JSON.
+const char* const OUTCOME_NAMES[] = {"read", "too short", "no code", "not decodable", "no picture"};
+const char* const VERDICT_NAMES[] = {"-", "right", "WRONG", "MISSED", "-"};
+const char* const VERDICT_WORDS[] = {"", "right", "wrong", "missed", "none as expected"};
+
+bool HasText(const WatchedReading& reading)
+{
+    return reading.outcome == READING_TEXT || reading.outcome == READING_SHORT;
+}
+
+__attribute__((format(printf, 1, 2))) std::string Format(const char* format, ...)
+{
+    char buffer[2 * READING_NOTE_SIZE];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer, sizeof(buffer), format, args);
+    va_end(args);
+    return buffer;
+}
+
+// One line's columns behind the file's.
+std::string Columns(const char* outcome, const char* verdict, const std::string& bytes,
+                    const std::string& symbologies, const std::string& attempt,
+                    const std::string& scans, const std::string& ms)
+{
+    const std::string judged = verdict[0] == '\0' ? "" : Format("  %-7s", verdict);
+    return Format("  %-13s%s  %5s  %-17s  %-21s  %5s  %7s", outcome, judged.c_str(), bytes.c_str(),
+                  symbologies.c_str(), attempt.c_str(), scans.c_str(), ms.c_str());
+}
+
+std::string TimeLine(const char* what, const std::vector<double>& ms)
+{
+    if (ms.empty()) {
+        return Format("  %-15s %6d\n", what, 0);
+    }
+    return Format("  %-15s %6zu  %8.1f  %8.1f\n", what, ms.size(), Quantile(ms, MEDIAN),
+                  Quantile(ms, MOST));
+}
+
+} // namespace
+
+Verdict Report_Verdict(const InspectedPicture& picture)
+{
+    return picture.truth
+               ? Expected_Judge(picture.expected, HasText(picture.reading), picture.reading.text)
+               : VERDICT_NONE;
+}
+
+bool Report_IsWell(const InspectedPicture& picture)
+{
+    switch (Report_Verdict(picture)) {
+    case VERDICT_RIGHT:
+        return true;
+    case VERDICT_NONE_AS_EXPECTED:
+        return picture.reading.outcome == READING_NO_CODE;
+    case VERDICT_NONE:
+        return picture.reading.outcome == READING_TEXT;
+    default:
+        return false;
+    }
+}
+
+std::string Report_Heading(size_t pathWidth, bool truth)
+{
+    return Text_Padded("file", pathWidth) +
+           Columns("outcome", truth ? "verdict" : "", "bytes", "symbology", "attempt", "scans",
+                   "ms") +
+           "  text";
+}
+
+std::string Report_Line(const InspectedPicture& picture, size_t pathWidth)
+{
+    const WatchedReading& reading = picture.reading;
+    const bool hasText = HasText(reading);
+    const bool decoded = hasText || reading.outcome == READING_NO_CODE;
+    const Verdict verdict = Report_Verdict(picture);
+    std::string line =
+        Text_Padded(Text_Escape(picture.path), pathWidth) +
+        Columns(OUTCOME_NAMES[reading.outcome], picture.truth ? VERDICT_NAMES[verdict] : "",
+                hasText ? std::to_string(std::strlen(reading.text)) : "-",
+                hasText ? reading.symbologies : "-",
+                hasText ? std::string(Qrcode_AttemptName(reading.attempt)) +
+                              (reading.opened ? ", opened" : "")
+                        : "-",
+                decoded ? std::to_string(reading.scans) : "-",
+                decoded ? Format("%.1f", reading.ms) : "-") +
+        "  " + (hasText ? Text_Shown(reading.text) : Text_Escape(reading.remark));
+    if (verdict == VERDICT_WRONG || verdict == VERDICT_MISSED) {
+        line += (hasText ? ", expected " : "expected ") +
+                (picture.expected.text.empty() ? "nothing" : Text_Shown(picture.expected.text));
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
+std::string Report_Json(const InspectedPicture& picture)
+{
+    const WatchedReading& reading = picture.reading;
+    const bool hasText = HasText(reading);
+    const std::string text = hasText ? reading.text : "";
+    nlohmann::ordered_json json;
+    json["file"] = picture.path;
+    json["fileHex"] = Text_Hex(picture.path);
+    json["outcome"] = OUTCOME_NAMES[reading.outcome];
+    json["text"] = nullptr;
+    json["hex"] = nullptr;
+    json["bytes"] = text.size();
+    json["symbologies"] = nlohmann::ordered_json::array();
+    json["attempt"] = nullptr;
+    if (hasText) {
+        json["text"] = text;
+        json["hex"] = Text_Hex(text);
+        json["attempt"] = Qrcode_AttemptName(reading.attempt);
+        const std::string symbologies = reading.symbologies;
+        for (size_t at = 0; at < symbologies.size();) {
+            const size_t end = std::min(symbologies.find(", ", at), symbologies.size());
+            json["symbologies"].push_back(symbologies.substr(at, end - at));
+            at = end + 2;
+        }
+    }
+    json["opened"] = reading.opened;
+    json["scans"] = reading.scans;
+    json["ms"] = std::round(reading.ms * 1000.0) / 1000.0;
+    json["remark"] = nullptr;
+    if (reading.remark[0] != '\0') {
+        json["remark"] = reading.remark;
+    }
+    if (picture.truth && picture.expected.known) {
+        json["verdict"] = VERDICT_WORDS[Report_Verdict(picture)];
+        json["expected"] = picture.expected.text;
+    }
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void Report_Count(InspectTally& tally, const InspectedPicture& picture)
+{
+    const WatchedReading& reading = picture.reading;
+    const Verdict verdict = Report_Verdict(picture);
+    InspectTally::Attempt& attempt = tally.attempts[static_cast<size_t>(reading.attempt)];
+    ++tally.pictures;
+    tally.truth = tally.truth || picture.truth;
+    ++tally.outcomes[reading.outcome];
+    ++tally.verdicts[verdict];
+    attempt.read += HasText(reading);
+    attempt.opened += reading.opened;
+    attempt.right += verdict == VERDICT_RIGHT;
+    attempt.wrong += verdict == VERDICT_WRONG;
+    if (HasText(reading)) {
+        tally.readMs.push_back(reading.ms);
+    } else if (reading.outcome == READING_NO_CODE) {
+        tally.unreadMs.push_back(reading.ms);
+    }
+    tally.allWell = tally.allWell && Report_IsWell(picture);
+}
+
+std::string Report_Table(const InspectTally& tally)
+{
+    const int* const outcomes = tally.outcomes;
+    const int* const verdicts = tally.verdicts;
+    const int unread = tally.pictures - outcomes[READING_TEXT] - outcomes[READING_SHORT];
+    std::string table =
+        Format("\nPictures: %d, read: %d, too short: %d, unread: %d", tally.pictures,
+               outcomes[READING_TEXT], outcomes[READING_SHORT], unread);
+    if (unread > outcomes[READING_NO_CODE]) {
+        table += Format(" (of them not decodable: %d, no picture: %d)",
+                        outcomes[READING_NOT_DECODABLE], outcomes[READING_NO_PICTURE]);
+    }
+    table += "\n";
+    if (tally.truth) {
+        table += Format("Texts right: %d, wrong: %d, missed: %d, none as expected: %d",
+                        verdicts[VERDICT_RIGHT], verdicts[VERDICT_WRONG], verdicts[VERDICT_MISSED],
+                        verdicts[VERDICT_NONE_AS_EXPECTED]);
+        table += verdicts[VERDICT_NONE] > 0
+                     ? Format(", without an expected text: %d\n", verdicts[VERDICT_NONE])
+                     : "\n";
+    }
+    table += Format("\n  %-15s %6s  %8s", "attempt", "read", "opened");
+    table += tally.truth ? Format("  %6s  %6s\n", "right", "wrong") : "\n";
+    for (int n = 1; n <= Qrcode_AttemptCount(); ++n) {
+        const InspectTally::Attempt& attempt = tally.attempts[static_cast<size_t>(n)];
+        table += Format("  %-15s %6d  %8d", Qrcode_AttemptName(n), attempt.read, attempt.opened);
+        table += tally.truth ? Format("  %6d  %6d\n", attempt.right, attempt.wrong) : "\n";
+    }
+    table += Format("\n  %-15s %6s  %8s  %8s\n", "ms", "", "median", "95 %");
+    return table + TimeLine("with a text", tally.readMs) + TimeLine("without", tally.unreadMs);
+}

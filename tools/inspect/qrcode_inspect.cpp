@@ -1,0 +1,238 @@
+// qrcode-inspect: why a code is read, or not.
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+#include "camera_picture.h"
+#include "cascade.h"
+#include "command_line.h"
+#include "inspect_report.h"
+#include "inspect_sheet.h"
+#include "inspect_worker.h"
+#include "process_setup.h"
+#include "scene_files.h"
+#include "snap_channel.h"
+#include "text.h"
+
+namespace
+{
+
+const char ABOUT[] =
+    "Puts pictures through the reading of the qrcode service and shows what happened.\n"
+    "Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or\n"
+    "(with --truth) gave another than the expected one; 2 on wrong usage.";
+
+struct InspectOptions {
+    std::vector<std::string> places; // pictures and folders
+    bool snapshot = false; // files are the bytes of snapshots, not pictures for the camera
+    bool json = false;
+    bool truth = false;        // compare with the text file beside each picture
+    std::string sheet;         // path of the sheet to draw, empty for none
+    std::vector<int> attempts; // to draw on it, in this order; all when empty
+};
+
+enum { PATH_WIDEST = 48 }; // characters of the files' column
+
+const char CLEAR_LINE[] = "\r\033[K";
+
+void Complain(const std::string& path, const std::string& what)
+{
+    std::fprintf(stderr, "qrcode-inspect: %s: %s\n", Text_Escape(path).c_str(),
+                 Text_Escape(what).c_str());
+}
+
+// All pictures, in the order of the command line. A file that is not there is one: it is counted.
+// `folder` is set when there are folders among them, `failed` when one has none or cannot be
+// listed.
+std::vector<std::string> ListAll(const std::vector<std::string>& places, bool& folder, bool& failed)
+{
+    std::vector<std::string> all;
+    for (const std::string& place : places) {
+        std::error_code ignored;
+        if (!std::filesystem::is_directory(place, ignored)) {
+            all.push_back(place);
+            continue;
+        }
+        folder = true;
+        std::vector<std::string> pictures;
+        std::string error;
+        if (!Sim_ListPictures(place, pictures, error)) {
+            Complain(place, "this folder cannot be listed");
+        } else if (pictures.empty()) {
+            Complain(place, "no pictures in this folder (folders below it are not looked into)");
+        }
+        failed = failed || pictures.empty();
+        all.insert(all.end(), pictures.begin(), pictures.end());
+    }
+    return all;
+}
+
+// In the worker.
+InspectRecord InspectOne(const std::string& path, const InspectOptions& options)
+{
+    cv::Mat grey;
+    static bool warm = false;
+    if (!warm) { // a reading beforehand: the times are those of a service that has been running
+        warm = true;
+        Reading_Take(Sim_EncodeFrame(Sim_EmptyFrame(SNAP_WIDTH, SNAP_HEIGHT), SNAP_QUALITY), grey);
+    }
+    InspectRecord record;
+    std::vector<uint8_t> jpeg;
+    std::string error;
+    if (!(options.snapshot ? Reading_SavedJpeg : Reading_CameraJpeg)(path, jpeg, error)) {
+        std::snprintf(record.reading.remark, sizeof(record.reading.remark), "%s", error.c_str());
+        return record;
+    }
+    record.reading = Reading_Take(jpeg, grey);
+    if (options.sheet.empty()) {
+        return record;
+    }
+    error = "there is no picture to draw";
+    const std::string name = std::filesystem::path(path).filename().string();
+    record.sheetFailed =
+        grey.empty() || !Sheet_Write(Sheet_Draw(record.reading, grey, name, options.attempts),
+                                     options.sheet, error);
+    std::snprintf(record.sheetError, sizeof(record.sheetError), "%s", error.c_str());
+    return record;
+}
+
+void PrintOne(const InspectedPicture& picture, const InspectOptions& options, size_t pathWidth)
+{
+    if (picture.reading.outcome == READING_NO_PICTURE ||
+        picture.reading.outcome == READING_NOT_DECODABLE) {
+        std::fflush(stdout);
+        Complain(picture.path, picture.reading.remark);
+    }
+    const std::string line = options.json ? Report_Json(picture) : Report_Line(picture, pathWidth);
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+// Prints lines on standard output, faults and progress on standard error. Returns the exit status.
+int Inspect(const InspectOptions& options)
+{
+    bool failed = false;
+    bool folder = false;
+    const std::vector<std::string> paths = ListAll(options.places, folder, failed);
+    if (paths.empty()) {
+        return EXIT_FAILED;
+    }
+    if (!options.sheet.empty() && paths.size() != 1) {
+        std::fprintf(stderr, "qrcode-inspect: --sheet draws one picture, not %zu\n", paths.size());
+        return EXIT_USAGE;
+    }
+    std::error_code ignored;
+    if (!options.sheet.empty() && std::filesystem::equivalent(options.sheet, paths[0], ignored)) {
+        Complain(options.sheet, "is the picture itself, not a name for the sheet");
+        return EXIT_USAGE;
+    }
+    const bool many = folder || paths.size() > 1;
+    size_t pathWidth = 0;
+    for (const std::string& path : paths) {
+        pathWidth = std::max(pathWidth, Text_Characters(Text_Escape(path)));
+    }
+    pathWidth = std::min<size_t>(pathWidth, PATH_WIDEST);
+    if (!options.json) {
+        std::printf("%s\n", Report_Heading(pathWidth, options.truth).c_str());
+    }
+
+    InspectTally tally;
+    const bool watched = many && isatty(STDERR_FILENO) == 1; // by a person, for a while
+    const char* const clearLine = watched ? CLEAR_LINE : "";
+    const auto progress = [&](size_t done) {
+        if (watched) {
+            std::fprintf(stderr, "%s%zu of %zu", clearLine, done, paths.size());
+        }
+    };
+    progress(0);
+    std::string error;
+    const bool ran = Worker_ForEach(
+        paths.size(), [&](size_t n) { return InspectOne(paths[n], options); },
+        [&](size_t n, const InspectRecord& record, const std::string& death) {
+            InspectedPicture picture = {paths[n], record.reading, options.truth, {}};
+            if (!death.empty()) {
+                std::snprintf(picture.reading.remark, READING_NOTE_SIZE, "%s", death.c_str());
+            }
+            if (options.truth) {
+                picture.expected = Expected_Read(paths[n]);
+            }
+            Report_Count(tally, picture);
+            std::fputs(clearLine, stderr);
+            PrintOne(picture, options, pathWidth);
+            progress(n + 1);
+            if (!options.sheet.empty() && (record.sheetFailed || !death.empty())) {
+                failed = true;
+                Complain(options.sheet,
+                         std::string("no sheet: ") + (death.empty() ? record.sheetError : death));
+            }
+        },
+        WORKER_SECONDS, error);
+    std::fputs(clearLine, stderr);
+    if (!ran) {
+        std::fprintf(stderr, "qrcode-inspect: %s\n", error.c_str());
+        return EXIT_FAILED;
+    }
+    if (many) {
+        std::fputs(Report_Table(tally).c_str(), options.json ? stderr : stdout);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("qrcode-inspect: what was found could not all be written\n", stderr);
+        failed = true;
+    }
+    return tally.allWell && !failed ? 0 : EXIT_FAILED;
+}
+
+std::string CheckSheetName(const std::string& path)
+{
+    const bool png = path.size() > 4 && path.compare(path.size() - 4, 4, ".png") == 0;
+    return png ? "" : "the sheet's name must end in .png";
+}
+
+int Run(int argc, char** argv)
+{
+    // Standard descriptors that are closed must not become those of a pipe or a picture.
+    int fd = -1;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+    InspectOptions options;
+    CLI::App app(ABOUT, "qrcode-inspect");
+    app.add_option("places", options.places, "Pictures, and folders of them")
+        ->type_name("PICTURE|FOLDER");
+    app.add_flag("--snapshot", options.snapshot,
+                 "Files are the JPEG bytes of snapshots saved on the terminal; otherwise they are "
+                 "pictures, which the simulated camera looks at");
+    app.add_flag("--json", options.json, "One JSON object a picture; the table goes to stderr");
+    app.add_flag("--truth", options.truth,
+                 "Compare each text with the file NAME.txt beside NAME.png");
+    CLI::Option* const sheet = app.add_option("--sheet", options.sheet,
+                                              "Draw all that the scanner is handed (one picture)")
+                                   ->type_name("OUT.png")
+                                   ->check(CheckSheetName);
+    app.add_option("--attempts", options.attempts,
+                   "Draw only these attempts on the sheet, 1 to 8, as in 1,4")
+        ->type_name("N,...")
+        ->delimiter(',')
+        ->needs(sheet)
+        ->check(CLI::Range(1, Qrcode_AttemptCount()));
+    int exitStatus = 0;
+    if (!CommandLine_Parse(app, argc, argv, exitStatus)) {
+        return exitStatus;
+    }
+    if (options.places.empty()) {
+        std::fputs("qrcode-inspect: no picture named; see --help\n", stderr);
+        return EXIT_USAGE;
+    }
+    Qrcode_SetUpProcess(); // its times are those of the service
+    return Inspect(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return CommandLine_Guard("qrcode-inspect", [&] { return Run(argc, argv); });
+}

@@ -1,0 +1,47 @@
+// One JPEG put through the service's own reading, and what happened on the way.
+#ifndef TOOLS_WATCHED_READING_H
+#define TOOLS_WATCHED_READING_H
+
+#include <cstdint>
+#include <opencv2/core/mat.hpp>
+#include <string>
+#include <vector>
+
+#include "message.h"
+
+enum ReadingOutcome {
+    READING_TEXT,          // a text that the service reports
+    READING_SHORT,         // a text of less than QRCODE_TEXT_REPORT_MIN bytes
+    READING_NO_CODE,       // no attempt found a text
+    READING_NOT_DECODABLE, // no picture in the JPEG
+    READING_NO_PICTURE,    // no JPEG: the file is missing, empty or no picture
+    READING_OUTCOMES
+};
+
+enum { READING_NOTE_SIZE = 256 };
+
+// Flat, so that it can cross a pipe.
+struct WatchedReading {
+    ReadingOutcome outcome = READING_NO_PICTURE;
+    int attempt = 0;                          // the one that won, as in cascade.h; 0 for none
+    bool opened = false;                      // it won by its second scan, after the opening
+    int scans = 0;                            // scans made
+    double ms = 0.0;                          // from the JPEG to the result, without the snapshot
+    char text[QRCODE_TEXT_SIZE] = {};         // up to its first zero what the service would report
+    char symbologies[READING_NOTE_SIZE] = {}; // of the scan that won, ", " between
+    char remark[READING_NOTE_SIZE] = {};      // why there is no picture, may be cut
+};
+
+// The JPEG that the simulated camera makes of a picture file. Returns false with the reason.
+bool Reading_CameraJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std::string& error);
+
+// The bytes of a snapshot that was saved as a file. Returns false with the reason.
+bool Reading_SavedJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std::string& error);
+
+// Reads a JPEG as the service reads the stream of a snapshot with these bytes, its limits included.
+// `grey` receives the picture that every attempt starts from; it is empty when there is none.
+// Exceptions of OpenCV and zbar, which end the service, are READING_NOT_DECODABLE here; so is
+// running out of memory.
+WatchedReading Reading_Take(const std::vector<uint8_t>& jpeg, cv::Mat& grey);
+
+#endif
