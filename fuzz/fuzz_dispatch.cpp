@@ -11,31 +11,36 @@
 #include "run_flags.h"
 #include "udp_socket.h"
 
+namespace
+{
+
 enum { MODE_OFF = 0, MODE_OTHER = 3 }; // in these the switches are passed over
 
-static uint8_t g_buffer[SOCKET_RECV_BUF_SIZE];
+uint8_t buffer[SOCKET_RECV_BUF_SIZE];
 
-static void Require(bool bTrue)
+void Require(bool holds)
 {
-    if (!bTrue) {
+    if (!holds) {
         std::abort();
     }
 }
 
 // What the flags should be after the datagram in the buffer.
-static void Model(int& nMode, int& nEnable)
+void Model(int& mode, int& enable)
 {
-    int32_t nCommand = 0;
-    std::memcpy(&nCommand, g_buffer + 4, sizeof(nCommand));
-    const bool bHeard = nMode != MODE_OFF && nMode != MODE_OTHER;
-    if (nCommand == 0x604) {
-        nMode = g_buffer[1159];
-    } else if (nCommand == 0x903 && bHeard) {
-        nEnable = 1;
-    } else if ((nCommand == 0x905 || nCommand == 0x90D) && bHeard) {
-        nEnable = 0;
+    int32_t command = 0;
+    std::memcpy(&command, buffer + 4, sizeof(command));
+    const bool heard = mode != MODE_OFF && mode != MODE_OTHER;
+    if (command == 0x604) {
+        mode = buffer[1159];
+    } else if (command == 0x903 && heard) {
+        enable = 1;
+    } else if ((command == 0x905 || command == 0x90D) && heard) {
+        enable = 0;
     }
 }
+
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -43,20 +48,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     Qrcode_SetScanMode(0);
     Qrcode_SetScanEnable(0);
-    int nMode = 0;
-    int nEnable = 0;
+    int mode = 0;
+    int enable = 0;
     Require(NET_Socket_Server_DealMsg(nullptr) == -1);
     while (size >= 2) {
-        const size_t nLength = std::min<size_t>(data[0] + 256U * data[1], size - 2);
-        std::memcpy(g_buffer, data + 2, nLength);
-        data += 2 + nLength;
-        size -= 2 + nLength;
+        const size_t length = std::min<size_t>(data[0] + 256U * data[1], size - 2);
+        std::memcpy(buffer, data + 2, length);
+        data += 2 + length;
+        size -= 2 + length;
 
-        Model(nMode, nEnable);
-        Require(NET_Socket_Server_DealMsg(g_buffer) == 0);
-        Require(static_cast<int>(Qrcode_GetScanMode()) == nMode);
-        Require(static_cast<int>(Qrcode_GetScanEnable()) == nEnable);
-        std::memset(g_buffer, 0, nLength);
+        Model(mode, enable);
+        Require(NET_Socket_Server_DealMsg(buffer) == 0);
+        Require(static_cast<int>(Qrcode_GetScanMode()) == mode);
+        Require(static_cast<int>(Qrcode_GetScanEnable()) == enable);
+        std::memset(buffer, 0, length);
     }
     return 0;
 }

@@ -27,12 +27,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     script.hasJpeg = true;
     script.jpeg.assign(data, data + size);
     Sim_SetScript(script);
-    char szText[QRCODE_TEXT_SIZE + 1];
-    std::memset(szText, 0, sizeof(szText));
-    szText[QRCODE_TEXT_SIZE] = 'x'; // behind the buffer
-    int nLength = -1;
+    char text[QRCODE_TEXT_SIZE + 1];
+    std::memset(text, 0, sizeof(text));
+    text[QRCODE_TEXT_SIZE] = 'x'; // behind the buffer
+    int length = -1;
     try {
-        nLength = Qrcode_CaptureAndDecode(nullptr, szText);
+        length = Qrcode_CaptureAndDecode(nullptr, text);
     } catch (const cv::Exception& exception) {
         const std::string what = exception.what();
         if (what.find("CV_IO_MAX_IMAGE_PIXELS") == std::string::npos &&
@@ -42,11 +42,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         Sim_Reset();
         return 0;
     }
-    const bool bWell = nLength >= -1 && nLength < QRCODE_TEXT_SIZE &&
-                       szText[QRCODE_TEXT_SIZE - 1] == '\0' && szText[QRCODE_TEXT_SIZE] == 'x' &&
-                       (nLength < 1 || static_cast<int>(std::strlen(szText)) >= nLength) &&
-                       (nLength != -1 || szText[0] == '\0');
-    if (!bWell) {
+    const bool well = length >= -1 && length < QRCODE_TEXT_SIZE &&
+                      text[QRCODE_TEXT_SIZE - 1] == '\0' && text[QRCODE_TEXT_SIZE] == 'x' &&
+                      (length < 1 || static_cast<int>(std::strlen(text)) >= length) &&
+                      (length != -1 || text[0] == '\0');
+    if (!well) {
         std::abort();
     }
     return 0;

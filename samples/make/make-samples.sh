@@ -1,23 +1,17 @@
-#!/usr/bin/env bash
-# Makes the pictures and texts in the folder above anew, and checks that each is read as it should be.
-#
-# Usage: samples/make/make-samples.sh [BUILD_FOLDER]    (default: build/samples under the root)
-# Needs what the project needs to build, and the command-line tools qrencode and zint. Running it
-# again gives the same files, byte for byte.
-set -euo pipefail
+#!/bin/bash
+# usage: make-samples.sh
+# Makes the pictures and texts in the folder above anew. Needs what the project needs
+# to build, and Debian's packages qrencode and zint. Running it again gives the same files, byte for
+# byte; the test samples_test checks that each is read as README.md says.
+# Ends with 0, or 1 when one cannot be made.
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
-samples="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-root="$(dirname "$samples")"
-build="${1:-$root/build/samples}"
-
-for tool in qrencode zint cmake ninja; do
-    if ! command -v "$tool" >/dev/null; then
-        package="$tool"
-        [[ "$tool" != ninja ]] || package=ninja-build
-        echo "make-samples.sh: $tool is not installed (Debian package: $package)" >&2
-        exit 1
-    fi
+arguments 0 0 "$@"
+samples=$project/samples
+for tool in qrencode zint; do
+    command -v "$tool" > /dev/null || fail "$tool is not installed (Debian's package $tool)"
 done
+"$project/scripts/build.sh" release make_samples
 
 raw="$(mktemp -d)"
 trap 'rm -rf "$raw"' EXIT
@@ -75,16 +69,4 @@ text umlaut 'Zürich Besucher 7'
 zint --barcode=QRCODE --secure=2 --eci=26 --scale=0.5 --output="$raw/umlaut.png" \
     --data='Zürich Besucher 7'
 
-# quietly COMMAND...: its output only when it fails.
-quietly() {
-    local output
-    if ! output="$("$@" 2>&1)"; then
-        printf '%s\n' "$output" >&2
-        echo "make-samples.sh: make_samples cannot be built" >&2
-        exit 1
-    fi
-}
-
-quietly cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQRCODE_TESTS=OFF
-quietly cmake --build "$build" --target make_samples
-"$build/samples/make/make_samples" "$raw" "$samples"
+"$project/build/release/samples/make/make_samples" "$raw" "$samples"
