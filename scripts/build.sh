@@ -1,23 +1,12 @@
 #!/bin/bash
-# Configures and builds a preset of CMakePresets.json into build/PRESET: build.sh [PRESET [TARGET...]]
-# (default: release). With targets only those are built, and a preset that is not configured yet is
-# configured without the tests, which need packages that the rest does not. Says nothing unless
-# something goes wrong.
-set -euo pipefail
+# usage: build.sh [PRESET [TARGET...]]
+# Configures and builds a preset of CMakePresets.json (default: release) into build/PRESET. With targets
+# only those are built, and a preset that is not configured yet is configured without the tests, which
+# need packages that the rest does not. Says nothing unless something goes wrong.
+# Ends with 0, or 1 when the build fails.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-usage="usage: $(basename "$0") [PRESET [TARGET...]]"
-
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-case ${1-} in
--h | --help)
-    echo "$usage"
-    exit 0
-    ;;
--*)
-    echo "$usage" >&2
-    exit 2
-    ;;
-esac
+arguments 0 99 "$@"
 preset=${1:-release}
 cd "$project"
 mkdir -p build
@@ -35,6 +24,5 @@ if (($# > 1)); then
 fi
 if ! { "${configure[@]}" && "${build[@]}"; } > "$log" 2>&1; then
     cat "$log" >&2
-    echo "$(basename "$0"): building \"$preset\" failed (the lines above are in $log)" >&2
-    exit 1
+    fail "building \"$preset\" failed (the lines above are in $log)"
 fi

@@ -1,33 +1,28 @@
 #!/bin/bash
-# Fuzzes the service's entries of foreign bytes and numbers: fuzz.sh SECONDS [TARGET...], for so long
-# each, one after the other; TARGET is dispatch, reading, capture or sockets, by default all of them.
-# First every committed seed and every input found or failed earlier is replayed. Found inputs are kept in
-# build/fuzz-inputs/corpus/TARGET, whatever breaks in build/fuzz-inputs/findings/TARGET. Ends with 1 on a finding.
-#   fuzz.sh --coverage   lines of the service that all inputs kept so far reach, by file
-set -euo pipefail
+# usage: fuzz.sh SECONDS [TARGET...]    fuzzes each target for so long, one after the other
+#        fuzz.sh --coverage             lines of the service that all inputs kept so far reach, by file
+# Fuzzes the service's entries of foreign bytes and numbers; TARGET is dispatch, reading or capture, by
+# default all of them. First every committed seed and every input found or failed earlier is replayed.
+# Found inputs are kept in build/fuzz-inputs/corpus/TARGET, whatever breaks in
+# build/fuzz-inputs/findings/TARGET. Ends with 0, 1 on a finding, 2 on wrong usage.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-readonly TARGETS=(dispatch reading capture sockets)
+readonly TARGETS=(dispatch reading capture)
 readonly PIXELS_MAX=$((1 << 22)) # a JPEG of more ends the reading with OpenCV's exception
 
-usage()
-{
-    echo "usage: $(basename "$0") SECONDS [TARGET...] | --coverage" >&2
-    exit 2
-}
-
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+if [[ ${1-} == --coverage ]]; then
+    arguments 0 0 "${@:2}"
+else
+    arguments 1 99 "$@"
+    [[ $1 =~ ^[0-9]{1,6}$ ]] || fail -2 "SECONDS: not a number: $1"
+fi
 cd "$project"
-(($# >= 1)) || usage
 seconds=$1
-shift
-[[ $seconds == --coverage || $seconds =~ ^[0-9]+$ ]] || usage
-targets=("$@")
+targets=("${@:2}")
 ((${#targets[@]} > 0)) || targets=("${TARGETS[@]}")
 for target in "${targets[@]}"; do
-    [[ " ${TARGETS[*]} " == *" $target "* ]] || {
-        echo "fuzz.sh: no target \"$target\"; there are: ${TARGETS[*]}" >&2
-        exit 2
-    }
+    [[ " ${TARGETS[*]} " == *" $target "* ]] ||
+        fail -2 "no target \"$target\"; there are: ${TARGETS[*]}"
 done
 
 export OPENCV_IO_MAX_IMAGE_PIXELS=$PIXELS_MAX

@@ -1,17 +1,48 @@
 #!/bin/bash
-# clang-tidy and cppcheck over all of the code; builds preset werror-clang for its compile commands.
-set -euo pipefail
+# usage: lint.sh [FILE.cpp...]
+# clang-tidy over all C++ sources (or the given ones; not tests/byte_platform*, which are built for 32
+# bits only), cppcheck over all but tests and fuzz targets
+# (it does not know their macros), and a look for Hungarian names outside the service. Builds preset
+# werror-clang, and configures fuzz and bench, for their compile commands. Ends with 1 on a finding.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-"$project/scripts/setup.sh" check
+arguments 0 999 "$@"
+"$project/scripts/setup.sh" check bench
 "$project/scripts/build.sh" werror-clang
 cd "$project"
+for preset in fuzz bench; do
+    cmake --preset $preset > build/$preset.log || fail "configuring \"$preset\" failed; see build/$preset.log"
+done
+
+# Names such as nCount or szText, except members of the service's records.
+hungarian='(?<![\w.>])(g_|n|b|sz|p|a)[A-Z][a-z]\w*'
+if git ls-files sim tools bench fuzz samples tests | grep -E '\.(cpp|h)$' | xargs sed -E \
+    's@//.*@@; s/"([^"\\]|\\.)*"//g' | grep -oP "$hungarian" | grep -vE '^(nSnap(Width|Height)|g_(ClientSock|PeerAddr|SelectIntrCount))$' | sort -u; then
+    fail "the names above are Hungarian; only the service's are"
+fi
 
 cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability \
     --inline-suppr --error-exitcode=1 --suppress=missingIncludeSystem \
     -Iinclude -Iqrcode_src/core -Iqrcode_src/msg -Iqrcode_src/capture -Iqrcode_src/recog \
-    -Isim/media -Isim/panel -Itools qrcode_src sim tools samples bench
+    -Isim/shared -Isim/media -Isim/panel -Isim/terminal -Itools/demo -Itools/inspect \
+    qrcode_src sim tools samples bench
 
-# Fuzz targets and benchmarks have builds of their own.
-git ls-files '*.cpp' | grep -vE '^(tests|fuzz|bench)/' | xargs -P "$(nproc)" -n 1 clang-tidy --quiet \
-    -p build/werror-clang 2> >(grep -vE '^[0-9]+ warnings? generated|^Suppressed|^Use -header' >&2)
+tidy()
+{
+    local commands=$1
+    shift
+    (($# == 0)) || printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -n 1 clang-tidy --quiet -p "build/$commands" \
+        2> >(grep -vE '^[0-9]+ warnings? |^Suppressed|^Use -header' >&2)
+}
+files=("$@")
+((${#files[@]} > 0)) || mapfile -t files < <(git ls-files '*.cpp' | grep -v '^tests/byte_platform')
+for file in "${files[@]}"; do
+    case $file in
+    bench/*) bench+=("$file") ;;
+    fuzz/*) fuzz+=("$file") ;;
+    *) others+=("$file") ;;
+    esac
+done
+tidy werror-clang ${others[@]+"${others[@]}"}
+tidy bench ${bench[@]+"${bench[@]}"}
+tidy fuzz ${fuzz[@]+"${fuzz[@]}"}

@@ -1,10 +1,10 @@
 #!/bin/bash
+# usage: make-device-root.sh [FOLDER]    (default: build/device-root)
 # Makes a folder with what the device's program is built against and emulated with: Debian's armhf
 # libraries and headers, extracted from packages, nothing of them run. Prints the folder's path.
-#   scripts/make-device-root.sh [FOLDER]    (default: build/device-root)
 # A folder that was made already by this script, from the same list, is left as it is. An interrupted
-# run leaves nothing half-made. Takes about 750 MB.
-set -euo pipefail
+# run leaves nothing half-made. Takes about 750 MB. Ends with 0, or 1 when there can be no root.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly ARCH=armhf
 readonly MULTIARCH=arm-linux-gnueabihf
@@ -12,24 +12,7 @@ readonly MULTIARCH=arm-linux-gnueabihf
 readonly PACKAGES=(libc6-dev libstdc++-12-dev libopencv-core-dev libopencv-imgproc-dev
     libopencv-imgcodecs-dev libzbar-dev libcli11-dev nlohmann-json3-dev libgtest-dev)
 
-fail()
-{
-    echo "$(basename "$0"): $*" >&2
-    exit 1
-}
-
-case $#:${1-} in
-1:-h | 1:--help)
-    echo "usage: $(basename "$0") [FOLDER]    (default: build/device-root)"
-    exit 0
-    ;;
-0: | 1:[!-]*) ;;
-*)
-    echo "usage: $(basename "$0") [FOLDER]" >&2
-    exit 2
-    ;;
-esac
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+arguments 0 1 "$@"
 root=$(realpath -m -- "${1:-$project/build/device-root}")
 made=$root/made-from # the list of packages: written last, so it tells a whole root
 

@@ -1,16 +1,13 @@
 #!/bin/bash
-# Counts the instructions of one reading of each picture with callgrind, and the share of them that
-# is the service's own code rather than its libraries': own-share.sh PICTURE... The simulated
-# platform's instructions are left out.
-set -euo pipefail
+# usage: own-share.sh PICTURE...
+# Counts the instructions of one reading of each picture with callgrind, and the share of them that is
+# the service's own code rather than its libraries'. The simulated platform's instructions are left out.
+# Ends with 0, 1 when something cannot be counted, 2 on wrong usage.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-(($# > 0)) || {
-    echo "usage: $(basename "$0") PICTURE..." >&2
-    exit 2
-}
+arguments 1 999 "$@"
 "$project/scripts/setup.sh" check
-"$project/scripts/build.sh" release
+"$project/scripts/build.sh" release one_reading
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -19,7 +16,7 @@ for picture in "$@"; do
     # Collect inside a reading, not inside the platform's operations.
     if ! valgrind --tool=callgrind --callgrind-out-file="$work/counts" \
         --toggle-collect='Qrcode_CaptureAndDecode*' --toggle-collect='HI_MPI_*' \
-        "$project/build/release/bench/one_reading" "$picture" 1 > "$work/result" 2> "$work/log"; then
+        "$project/build/release/bench/one_reading" "$picture" > "$work/result" 2> "$work/log"; then
         cat "$work/log" >&2
         exit 1
     fi

@@ -1,4 +1,5 @@
 #!/bin/bash
+# usage: setup.sh [GROUP...]
 # Installs what is missing of the Debian packages that the named groups need, and calls no package
 # manager when nothing is. Every group holds the first, "check" the first two.
 #   build  to build and run the service, the simulated terminal and the demo (the default)
@@ -6,7 +7,8 @@
 #   check  ... and everything that checks the code
 #   device to build for the device, and to emulate it
 #   bench  to measure what the service costs
-set -euo pipefail
+# Ends with 0, or 1 when something cannot be installed.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
     libopencv-imgcodecs-dev libzbar-dev libcli11-dev nlohmann-json3-dev bubblewrap)
@@ -14,14 +16,8 @@ readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
 readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev llvm-14 shellcheck
     valgrind)
 readonly DEVICE_PACKAGES=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
-readonly BENCH_PACKAGES=(libbenchmark-dev libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
-    gnuplot-nox jq time)
-
-fail()
-{
-    echo "$(basename "$0"): $*" >&2
-    exit "${status:-1}"
-}
+readonly BENCH_PACKAGES=(libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
+    gnuplot-nox)
 
 # Prints those of the packages that are not installed.
 missing_of()
@@ -45,6 +41,7 @@ quietly_as_root()
     fi
 }
 
+help_if_asked "$@"
 packages=("${BUILD_PACKAGES[@]}")
 for group in "$@"; do
     case $group in
@@ -53,13 +50,7 @@ for group in "$@"; do
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
     bench) packages+=("${BENCH_PACKAGES[@]}") ;;
-    -h | --help)
-        echo "usage: $(basename "$0") [build|test|check|device|bench]..."
-        exit 0
-        ;;
-    *)
-        status=2 fail "unknown group \"$group\"; there are: build, test, check, device, bench"
-        ;;
+    *) fail -2 "unknown group \"$group\"; there are: build, test, check, device, bench" ;;
     esac
 done
 

@@ -1,9 +1,22 @@
 #!/bin/bash
-# Installs what is missing, builds, and runs all tests. Arguments go to ctest, e.g. -R Cascade.
-set -euo pipefail
+# usage: test.sh [-R REGEX] [-E REGEX] [-V]
+# Installs what is missing, builds, and runs all tests; -R only those whose name matches, -E not those,
+# -V with all that they print. Ends with 0, or another status when a test or something else fails.
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+help_if_asked "$@"
+selection=("$@")
+while (($# > 0)); do
+    case $1 in
+    -R | -E)
+        (($# >= 2)) || fail -2 "$1 wants a regular expression"
+        shift 2
+        ;;
+    -V) shift ;;
+    *) fail -2 "unknown option $1; see $script --help" ;;
+    esac
+done
 "$project/scripts/setup.sh" test
 "$project/scripts/build.sh" release
 cd "$project"
-exec ctest --preset release -j "$(nproc)" "$@"
+exec ctest --preset release -j "$(nproc)" "${selection[@]}"
