@@ -40,12 +40,7 @@ uint32_t Address(const void* pointer)
 // Whether the words are the given ones, from the record's start.
 int Expect(const void* record, const std::vector<uint32_t>& words)
 {
-    for (size_t i = 0; i < words.size(); ++i) {
-        if (Word(record, 4 * i) != words[i]) {
-            return REFUSED;
-        }
-    }
-    return 0;
+    return std::memcmp(record, words.data(), 4 * words.size()) == 0 ? 0 : REFUSED;
 }
 
 void LoadStream()
@@ -54,12 +49,11 @@ void LoadStream()
     std::ifstream file(path != nullptr ? path : "", std::ios::binary);
     const std::vector<char> jpeg{std::istreambuf_iterator<char>(file),
                                  std::istreambuf_iterator<char>()};
+    stream.clear();
     if (jpeg.size() < 2 * 700) {
-        stream.clear();
         return;
     }
     const size_t cuts[4] = {0, 700, jpeg.size() / 2, jpeg.size()};
-    stream.clear();
     for (size_t i = 0; i < 3; ++i) {
         packAt[i] = stream.size();
         stream.insert(stream.end(), SKIPPED[i], uint8_t{0xEE});
@@ -71,20 +65,6 @@ void LoadStream()
 } // namespace
 
 extern "C" {
-int HI_MPI_VPSS_GetChnAttr(int, int, void*);
-int HI_MPI_VENC_CreateChn(int, const void*);
-int HI_MPI_VENC_DestroyChn(int);
-int HI_MPI_VENC_GetJpegParam(int, void*);
-int HI_MPI_VENC_SetJpegParam(int, const void*);
-int HI_MPI_SYS_Bind(const void*, const void*);
-int HI_MPI_SYS_UnBind(const void*, const void*);
-int HI_MPI_VENC_StartRecvFrame(int, const void*);
-int HI_MPI_VENC_StopRecvFrame(int);
-int HI_MPI_VENC_GetFd(int);
-int HI_MPI_VENC_QueryStatus(int, void*);
-int HI_MPI_VENC_GetStream(int, void*, int);
-int HI_MPI_VENC_ReleaseStream(int, void*);
-
 int HI_MPI_VPSS_GetChnAttr(int, int, void* attr)
 {
     std::memset(attr, 0x11, 72);

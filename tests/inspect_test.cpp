@@ -1,67 +1,48 @@
 // qrcode-inspect: its readings against the service's own, its worker, and the tool as it is called.
-#include <algorithm>
-#include <cstdlib>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
-#include <sstream>
-#include <sys/resource.h>
 
 #include "allowances.h"
 #include "capture_decode.h"
 #include "files.h"
 #include "inspect_report.h"
 #include "inspect_worker.h"
-#include "program.h"
+#include "pictures.h"
+#include "programs.h"
 #include "scan_watch.h"
-#include "scene_files.h"
 #include "sim_platform.h"
 #include "watched_reading.h"
 
 namespace
 {
 
-// The tool's reading of a picture equals a whole reading of the service, from the camera on.
-void ExpectSameReading(const std::string& path)
+TEST(WatchedReadingTest, EqualsAWholeReadingOfTheServiceFromTheCameraOn)
 {
-    SCOPED_TRACE(path);
-    std::string error;
-    Sim_Reset();
-    ASSERT_TRUE(Sim_OpenScene(path, SIM_VIEW_MS, "", error)) << error;
-    Watch_Begin();
-    char text[QRCODE_TEXT_SIZE] = {};
-    const int result = Qrcode_CaptureAndDecode(nullptr, text);
-    const size_t scans = Watch_Scans().size();
-    Sim_Reset();
+    for (const std::string& path : TestPictures()) {
+        SCOPED_TRACE(path);
+        std::string error;
+        Sim_Reset();
+        ASSERT_TRUE(Sim_OpenScene(path, SIM_VIEW_MS, "", error)) << error;
+        Watch_Begin();
+        char text[QRCODE_TEXT_SIZE] = {};
+        const bool reads = Qrcode_CaptureAndDecode(nullptr, text) > 0;
+        const int scans = static_cast<int>(Watch_Scans().size());
+        Sim_Reset();
 
-    std::vector<uint8_t> jpeg;
-    cv::Mat grey;
-    ASSERT_TRUE(Reading_CameraJpeg(path, jpeg, error)) << error;
-    const WatchedReading reading = Reading_Take(jpeg, grey);
-    EXPECT_STREQ(text, reading.szText);
-    EXPECT_EQ(scans, static_cast<size_t>(reading.nScans));
-    EXPECT_EQ(result > 0, reading.nAttempt > 0);
-    if (result > 0) {
-        EXPECT_EQ((scans + 1) / 2, static_cast<size_t>(reading.nAttempt));
-        EXPECT_EQ(scans % 2 == 0, reading.bOpened);
-        EXPECT_EQ(reading.outcome, strlen(text) < 11 ? READING_SHORT : READING_TEXT);
+        std::vector<uint8_t> jpeg;
+        cv::Mat grey;
+        ASSERT_TRUE(Reading_CameraJpeg(path, jpeg, error)) << error;
+        const WatchedReading reading = Reading_Take(jpeg, grey);
+        EXPECT_STREQ(text, reading.text);
+        EXPECT_EQ(scans, reading.scans);
+        EXPECT_EQ(reads ? (scans + 1) / 2 : 0, reading.attempt);
+        EXPECT_EQ(reads && scans % 2 == 0, reading.opened);
+        EXPECT_EQ(!reads              ? READING_NO_CODE
+                  : strlen(text) < 11 ? READING_SHORT
+                                      : READING_TEXT,
+                  reading.outcome);
     }
-}
-
-TEST(WatchedReadingTest, EqualsTheServicesOwn)
-{
-    std::vector<std::string> pictures;
-    std::string error;
-    ASSERT_TRUE(Sim_ListPictures(SAMPLES_DIR, pictures, error)) << error;
-    std::vector<std::string> others; // QRCODE_TEST_PICTURES names a folder of one's own
-    const char* const folder = std::getenv("QRCODE_TEST_PICTURES");
-    ASSERT_TRUE(folder == nullptr || Sim_ListPictures(folder, others, error)) << error;
-    pictures.insert(pictures.end(), others.begin(), others.end());
-    for (const std::string& picture : pictures) {
-        ExpectSameReading(picture);
-    }
-    std::printf("%zu pictures compared\n", pictures.size());
 }
 
 TEST(WatchedReadingTest, StreamsOfASavedSnapshotHaveTheServicesLimits)
@@ -80,11 +61,30 @@ TEST(WatchedReadingTest, StreamsOfASavedSnapshotHaveTheServicesLimits)
     EXPECT_EQ(READING_NOT_DECODABLE, Reading_Take(jpeg, grey).outcome);
 }
 
-TEST(InspectWorkerTest, ABrokenReaderTakesNothingElseAlong)
+// What became of each number: "well", or how its reader ended.
+std::vector<std::string> Outcomes(size_t count, int seconds, void (*work)(size_t n))
 {
-    const auto work = [](size_t n) {
-        InspectRecord record;
-        record.reading.nScans = static_cast<int>(n) + 100;
+    const auto record = [work](size_t n) {
+        work(n);
+        InspectRecord filled;
+        filled.reading.scans = static_cast<int>(n) + 100;
+        return filled;
+    };
+    std::vector<std::string> outcomes;
+    const auto done = [&](size_t n, const InspectRecord& filled, const std::string& death) {
+        EXPECT_EQ(outcomes.size(), n);
+        EXPECT_EQ(death.empty() ? static_cast<int>(n) + 100 : 0, filled.reading.scans);
+        outcomes.push_back(death.empty() ? "well" : death);
+    };
+    std::string error;
+    EXPECT_TRUE(Worker_ForEach(count, record, done, seconds, error)) << error;
+    return outcomes;
+}
+
+TEST(InspectWorkerTest, AReaderThatBreaksOrHangsTakesNothingElseAlong)
+{
+    const std::string aborted = "its reader was killed by signal 6 (Aborted)";
+    const std::vector<std::string> broken = Outcomes(5, WORKER_SECONDS, [](size_t n) {
         if (n == 1 || n == 4) {
             std::abort();
         }
@@ -92,72 +92,47 @@ TEST(InspectWorkerTest, ABrokenReaderTakesNothingElseAlong)
             static std::vector<char> much;
             much.assign(2UL * 1024 * 1024 * WORKER_MEMORY_MB, 'x');
         }
-        return record;
-    };
-    std::vector<int> scans;
-    std::vector<std::string> deaths;
-    const auto done = [&](size_t n, const InspectRecord& record, const std::string& death) {
-        EXPECT_EQ(scans.size(), n);
-        scans.push_back(record.reading.nScans);
-        deaths.push_back(death);
-    };
-    std::string error;
-    EXPECT_TRUE(Worker_ForEach(5, work, done, WORKER_SECONDS, error));
-    EXPECT_EQ((std::vector<int>{100, 0, LIMITS_MEMORY ? 0 : 102, 103, 0}), scans);
-    EXPECT_EQ("its reader was killed by signal 6 (Aborted)", deaths.at(1));
-    EXPECT_EQ(LIMITS_MEMORY, !deaths.at(2).empty());
-    EXPECT_EQ("", deaths.at(3));
-    EXPECT_NE("", deaths.at(4));
-}
-
-TEST(InspectWorkerTest, AReaderThatHangsIsEnded)
-{
-    const auto work = [](size_t n) {
+    });
+    ASSERT_EQ(5U, broken.size());
+    EXPECT_EQ(LIMITS_MEMORY, broken[2] != "well");
+    EXPECT_EQ((std::vector<std::string>{"well", aborted, broken[2], "well", aborted}), broken);
+    const auto hang = [](size_t n) {
         while (n == 0) {
             pause();
         }
-        return InspectRecord();
     };
-    std::vector<std::string> deaths;
-    std::string error;
-    EXPECT_TRUE(Worker_ForEach(
-        2, work,
-        [&](size_t, const InspectRecord&, const std::string& death) { deaths.push_back(death); }, 1,
-        error));
-    EXPECT_EQ((std::vector<std::string>{"takes too long", ""}), deaths);
+    EXPECT_EQ((std::vector<std::string>{"takes too long", "well"}), Outcomes(2, 1, hang));
 }
 
 TEST(InspectReportTest, VerdictsAndPercentiles)
 {
     InspectedPicture picture;
-    picture.bTruth = true;
+    picture.truth = true;
     picture.expected = {true, "expected text", false};
     picture.reading.outcome = READING_NO_CODE;
     EXPECT_EQ(VERDICT_MISSED, Report_Verdict(picture));
     picture.expected.text.clear();
-    EXPECT_EQ(VERDICT_AS_EMPTY, Report_Verdict(picture));
+    EXPECT_EQ(VERDICT_NONE_AS_EXPECTED, Report_Verdict(picture));
     EXPECT_TRUE(Report_IsWell(picture));
     picture.reading.outcome = READING_NO_PICTURE;
     EXPECT_FALSE(Report_IsWell(picture)) << "nothing was looked at";
     picture.reading.outcome = READING_TEXT;
-    strcpy(picture.reading.szText, "expected text\n");
+    strcpy(picture.reading.text, "expected text\n");
     EXPECT_EQ(VERDICT_WRONG, Report_Verdict(picture)) << "none was expected";
     picture.expected.text = "expected text";
     EXPECT_EQ(VERDICT_WRONG, Report_Verdict(picture)) << "the line end is not in the file";
-    picture.expected.bLineEnd = true;
+    picture.expected.lineEnd = true;
     EXPECT_EQ(VERDICT_RIGHT, Report_Verdict(picture));
 
     InspectTally tally;
-    picture.reading.nAttempt = 3;
+    picture.reading.attempt = 3;
     for (int ms = 1; ms <= 100; ++ms) {
         picture.reading.ms = ms;
         Report_Count(tally, picture);
     }
-    std::istringstream table(Report_Table(tally));
-    std::string line;
-    while (std::getline(table, line) && line.find("with a text") == std::string::npos) {
-    }
-    EXPECT_EQ("  with a text        100      50.0      95.0", line);
+    EXPECT_NE(std::string::npos,
+              Report_Table(tally).find("\n  with a text        100      50.0      95.0\n"))
+        << Report_Table(tally);
 }
 
 // ---- The tool itself.
@@ -165,34 +140,18 @@ TEST(InspectReportTest, VerdictsAndPercentiles)
 class InspectToolTest : public testing::Test
 {
 protected:
-    // Runs it to its end. Standard output and error come as one.
+    // Runs it to its end and returns its status.
     int Run(std::vector<std::string> arguments)
     {
-        std::vector<std::string> command;
-        std::istringstream emulator(EMULATOR);
-        for (std::string word; std::getline(emulator, word, '|');) {
-            command.push_back(word);
-        }
-        command.push_back(INSPECT);
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        Program tool(command);
-        output.clear();
-        for (std::string line; tool.Line(line);) {
-            output.push_back(line);
-        }
-        return tool.Wait();
+        arguments.insert(arguments.begin(), INSPECT);
+        tool = RunProgram(Emulated(arguments));
+        return tool.status;
     }
 
-    int Lines(const std::string& part) const
-    {
-        return static_cast<int>(
-            std::count_if(output.begin(), output.end(), [&part](const std::string& line) {
-                return line.find(part) != std::string::npos;
-            }));
-    }
+    int Lines(const std::string& part) const { return tool.Lines(part); }
 
     TempFolder folder;
-    std::vector<std::string> output;
+    Ended tool;
 };
 
 TEST_F(InspectToolTest, SamplesAreAllAsTheyShouldBe)
@@ -213,17 +172,21 @@ TEST_F(InspectToolTest, WhatIsNoPictureIsNamedCountedAndStopsNothing)
 {
     WriteAll(folder / "broken.png", ReadAll(SAMPLES_DIR "/plain.png").substr(0, 300));
     WriteAll(folder / "empty.jpg", "");
+    WriteAll(folder / "huge.pgm", "P5 30000 30000 255\n");
     std::filesystem::copy(SAMPLES_DIR "/plain.png", folder / "good.png");
     WriteAll(folder / "good.txt", "another text\n");
     EXPECT_EQ(1, Run({"--truth", folder.Path(), folder / "missing.png"}));
     EXPECT_EQ(1, Lines("broken.png: not a picture that can be read, or too large a one"));
     EXPECT_EQ(1, Lines("empty.jpg: empty file"));
+    EXPECT_EQ(1, Lines(EMULATED_OR_SANITIZED
+                           ? "inspect: " + (folder / "huge.pgm").string()
+                           : "huge.pgm: too large a picture for the memory there is"));
     EXPECT_EQ(1, Lines("missing.png: no such file"));
     EXPECT_EQ(1, Lines("\"VISITOR PASS 2024-0117\", expected \"another text\""));
-    EXPECT_EQ(1, Lines("Pictures: 4, read: 1, too short: 0, unread: 3 (of them not decodable: 0, "
-                       "no picture: 3)"));
+    EXPECT_EQ(1, Lines("Pictures: 5, read: 1, too short: 0, unread: 4 (of them not decodable: 0, "
+                       "no picture: 4)"));
     EXPECT_EQ(1, Lines("Texts right: 0, wrong: 1, missed: 0, none as expected: 0, without an "
-                       "expected text: 3"));
+                       "expected text: 4"));
     EXPECT_EQ(1, Run({"--snapshot", folder / "good.txt"}));
     EXPECT_EQ(1, Lines("good.txt: the decoder finds no picture in it"));
 
@@ -234,7 +197,7 @@ TEST_F(InspectToolTest, WhatIsNoPictureIsNamedCountedAndStopsNothing)
                                                {folder / "good.png", "--sheet", "x.jpg"},
                                                {SAMPLES_DIR, "--sheet", folder / "x.png"}}) {
         EXPECT_EQ(2, Run(wrong));
-        EXPECT_FALSE(output.empty());
+        EXPECT_FALSE(tool.lines.empty());
     }
 }
 
@@ -246,17 +209,15 @@ TEST_F(InspectToolTest, JsonOfASavedSnapshot)
     WriteAll(folder / "snap.jpg", {jpeg.begin(), jpeg.end()});
     WriteAll(folder / "snap.txt", "phone-pass:b84e60d2");
     EXPECT_EQ(0, Run({"--snapshot", "--json", "--truth", folder / "snap.jpg"}));
-    ASSERT_EQ(1U, output.size());
-    const nlohmann::json json = nlohmann::json::parse(output[0]);
-    EXPECT_EQ("read", json["outcome"]);
-    EXPECT_EQ("phone-pass:b84e60d2", json["text"]);
-    EXPECT_EQ("70686f6e652d706173733a6238346536306432", json["hex"]);
-    EXPECT_EQ(19, json["bytes"]);
-    EXPECT_EQ("Otsu inverted", json["attempt"]);
-    EXPECT_EQ(true, json["opened"]);
-    EXPECT_EQ(4, json["scans"]);
-    EXPECT_EQ(nlohmann::json({"QR-Code"}), json["symbologies"]);
-    EXPECT_EQ("right", json["verdict"]);
+    ASSERT_EQ(1U, tool.lines.size());
+    nlohmann::json json = nlohmann::json::parse(tool.lines[0]);
+    const nlohmann::json expected = nlohmann::json::parse(R"({
+        "outcome": "read", "text": "phone-pass:b84e60d2", "bytes": 19, "scans": 4,
+        "hex": "70686f6e652d706173733a6238346536306432", "attempt": "Otsu inverted",
+        "opened": true, "symbologies": ["QR-Code"], "verdict": "right"})");
+    for (const auto& [name, value] : expected.items()) {
+        EXPECT_EQ(value, json[name]) << name;
+    }
 }
 
 // Pixels of the winner's green, in a part of the sheet.
@@ -312,10 +273,10 @@ TEST_F(InspectToolTest, OddTextFilesAndALostOutputAreNoSilentSuccess)
     EXPECT_EQ(1, Lines("\"verdict\":\"none as expected\""));
     EXPECT_EQ(2, Lines("\"verdict\""));
 
-    const std::string tool = std::string(INSPECT) + " " SAMPLES_DIR "/plain.png ";
+    const std::string command = std::string(INSPECT) + " " SAMPLES_DIR "/plain.png ";
     if (std::string(EMULATOR).empty()) {
-        EXPECT_EQ(1, Program({"/bin/sh", "-c", tool + "> /dev/full"}).Wait());
-        EXPECT_EQ(0, Program({"/bin/sh", "-c", tool + "<&- >&-"}).Wait()) << "to nowhere";
+        EXPECT_EQ(1, RunProgram({"/bin/sh", "-c", command + "> /dev/full"}).status);
+        EXPECT_EQ(0, RunProgram({"/bin/sh", "-c", command + "<&- >&-"}).status) << "to nowhere";
     }
 }
 

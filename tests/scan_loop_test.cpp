@@ -28,24 +28,23 @@ std::vector<useconds_t> pauses;
 
 } // namespace
 
-int Qrcode_CaptureAndDecode(int* pUnused, char* szText)
+int Qrcode_CaptureAndDecode(int* unused, char* text)
 {
-    readingArgument = pUnused;
-    bufferWasClear = std::string(szText, QRCODE_TEXT_SIZE) == std::string(QRCODE_TEXT_SIZE, '\0');
+    readingArgument = unused;
+    bufferWasClear = std::string(text, QRCODE_TEXT_SIZE) == std::string(QRCODE_TEXT_SIZE, '\0');
     const Reading& reading = readings.at(nextReading++);
-    std::memcpy(szText, reading.text.data(), reading.text.size());
+    reading.text.copy(text, reading.text.size());
     return reading.result;
 }
 
-int API_Socket_SendMsg(const void* pData, unsigned int nLength, int nCommand, int nParam)
+int API_Socket_SendMsg(const void* data, unsigned int length, int command, int param)
 {
-    EXPECT_EQ(0x904, nCommand);
-    EXPECT_EQ(0, nParam);
-    sent.emplace_back(static_cast<const char*>(pData), nLength);
+    EXPECT_EQ(0x904, command);
+    EXPECT_EQ(0, param);
+    sent.emplace_back(static_cast<const char*>(data), length);
     return 0;
 }
 
-extern "C" int __wrap_usleep(useconds_t us);
 extern "C" int __wrap_usleep(useconds_t us)
 {
     pauses.push_back(us);
@@ -65,6 +64,7 @@ class ScanLoopTest : public testing::Test
 protected:
     void SetUp() override
     {
+        loop = {};
         nextReading = 0;
         sent.clear();
         pauses.clear();
@@ -77,13 +77,14 @@ protected:
     {
         readings = given;
         for (size_t i = 0; i < given.size(); ++i) {
+            std::memset(loop.szCurrent, 'x', sizeof(loop.szCurrent));
             Qrcode_ScanPass(&loop);
             EXPECT_TRUE(bufferWasClear) << "reading " << i;
         }
         EXPECT_EQ(given.size(), nextReading);
         std::vector<std::string> texts;
         for (const std::string& payload : sent) {
-            const std::string text = payload.c_str();
+            const std::string text(payload, 0, payload.find('\0'));
             EXPECT_EQ(Padded(text), payload);
             texts.push_back(text);
         }
@@ -103,60 +104,51 @@ using Texts = std::vector<std::string>;
 
 TEST_F(ScanLoopTest, SendsEachNewTextOnce)
 {
-    EXPECT_EQ((Texts{A.text}), Run({A, A, A}));
+    const Reading eleven = {"0123456789a", 11};
+    const Reading empty = {"", 1};
+    // The result counts the last symbol's text only; the tail of a longer one is behind it.
+    const Reading overlapped = {"abcLONGERTEXT", 3};
+    const struct {
+        const char* rule;
+        std::vector<Reading> given;
+        Texts sent;
+    } rules[] = {
+        {"each once", {A, A, A}, {A.text}},
+        {"again only after a reading without a text",
+         {A, NOTHING, A, A, UNDECODABLE, A},
+         {A.text, A.text, A.text}},
+        {"a result below one is a failure, whatever the buffer holds",
+         {A, {B.text, 0}, A, {B.text, -1}},
+         {A.text, A.text}},
+        {"texts may take turns", {A, B, B, A}, {A.text, B.text, A.text}},
+        {"eleven characters but not ten", {SHORT, eleven}, {eleven.text}},
+        {"a short text still becomes the last result", {A, SHORT, A}, {A.text, A.text}},
+        {"the length is the text's own", {overlapped, {"abc", 11}}, {overlapped.text}},
+        {"an empty text with a result replaces the last one",
+         {empty, A, empty, A},
+         {A.text, A.text}},
+        {"the longest", {{std::string(1023, 'x'), 1023}}, {std::string(1023, 'x')}},
+    };
+    for (const auto& rule : rules) {
+        SCOPED_TRACE(rule.rule);
+        SetUp();
+        EXPECT_EQ(rule.sent, Run(rule.given));
+    }
 }
 
-TEST_F(ScanLoopTest, ForgetsTheTextOnlyAfterAReadingWithoutOne)
+TEST_F(ScanLoopTest, ComparesTakesOverAndForgetsTheWholeBuffer)
 {
-    EXPECT_EQ((Texts{A.text, A.text, A.text}), Run({A, NOTHING, A, A, UNDECODABLE, A}));
-}
-
-TEST_F(ScanLoopTest, ResultBelowOneIsAFailureWhateverTheBufferHolds)
-{
-    EXPECT_EQ((Texts{A.text, A.text}), Run({A, {B.text, 0}, A, {B.text, -1}}));
-}
-
-TEST_F(ScanLoopTest, SendsTextsThatTakeTurns)
-{
-    EXPECT_EQ((Texts{A.text, B.text, A.text}), Run({A, B, B, A}));
-}
-
-TEST_F(ScanLoopTest, SendsElevenCharactersButNotTen)
-{
-    EXPECT_EQ((Texts{"0123456789a"}), Run({SHORT, {"0123456789a", 11}}));
-}
-
-TEST_F(ScanLoopTest, ShortTextStillBecomesTheLastResult)
-{
-    EXPECT_EQ((Texts{A.text, A.text}), Run({A, SHORT, A}));
-}
-
-TEST_F(ScanLoopTest, LengthIsTheTextsOwnNotTheReadings)
-{
-    // The result counts the last symbol's text only; the buffer may hold the tail of a longer one.
-    EXPECT_EQ((Texts{"abcLONGERTEXT"}), Run({{"abcLONGERTEXT", 3}, {"abc", 11}}));
-}
-
-TEST_F(ScanLoopTest, EmptyTextWithAResultReplacesTheLastOne)
-{
-    EXPECT_EQ((Texts{}), Run({{"", 1}}));
-    nextReading = 0;
-    EXPECT_EQ((Texts{A.text, A.text}), Run({A, {"", 1}, A}));
-}
-
-TEST_F(ScanLoopTest, ComparesTheWholeBuffer)
-{
-    const std::string tail("AAAAAAAAAAAAAAA\0x", 17);
-    readings = {A, {tail, 15}};
-    Qrcode_ScanPass(&loop);
-    Qrcode_ScanPass(&loop);
-    ASSERT_EQ(2U, sent.size());
-    EXPECT_EQ(Padded(tail), sent[1]);
-}
-
-TEST_F(ScanLoopTest, LongestTextFillsThePayload)
-{
-    EXPECT_EQ((Texts{std::string(1023, 'x')}), Run({{std::string(1023, 'x'), 1023}}));
+    for (const size_t place : {0, 3, 4, 7, 8, 16, 99, 100, 1022, 1023}) {
+        std::string other = Padded(A.text);
+        other[place] = 'x';
+        SetUp();
+        readings = {A, {other, 15}, {other, 15}, NOTHING};
+        for (size_t i = 0; i < readings.size(); ++i) {
+            Qrcode_ScanPass(&loop);
+        }
+        EXPECT_EQ((Texts{Padded(A.text), other}), sent) << "differs at " << place;
+        EXPECT_EQ(Padded(""), std::string(loop.szLast, sizeof(loop.szLast))) << place;
+    }
 }
 
 TEST_F(ScanLoopTest, IdlesASecondUnlessEnabledIsExactlyOne)

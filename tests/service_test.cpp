@@ -1,357 +1,364 @@
-// The whole service binary over the simulated terminal: against the panel, and against a bare
-// socket in the main application's place where a test needs to be ill-timed or silent.
-#include <algorithm>
+// The whole service over the simulated terminal: how it starts, obeys and reports, also among
+// hostile neighbours; and the panel.
+#include <chrono>
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sys/stat.h>
 #include <thread>
 
-#include "allowances.h"
-#include "files.h"
-#include "message.h"
-#include "program.h"
-#include "service_peer.h"
+#include "service.h"
 #include "udp_peer.h"
-#include "wait.h"
 
 namespace
 {
 
-const std::string SERVICE_LOG = "/Database/doorlog/qrcodelog.txt";
-const std::string UI_LOG = "/Database/doorlog/uilog.txt";
-const std::string PLAIN = SAMPLES_DIR "/plain.png";
+enum {
+    IDLE_MS = 1500, // beyond the second between two looks at a flag that is off, and a reading
+    ATTEMPTS = 5    // of what has a deadline, on a machine that may be too slow for it
+};
 
-std::vector<std::string> Scene(const std::string& path, int viewMs = 1)
+// A frame of the service's, from its words.
+std::string Frame(uint32_t command, const std::string& payload)
 {
-    return {"QRCODE_SIM_SCENE=" + path, "QRCODE_SIM_VIEW_MS=" + std::to_string(viewMs)};
-}
-
-// How many times a text stands in a file.
-size_t Count(const std::string& path, const std::string& text)
-{
-    const std::string bytes = ReadAll(path);
-    size_t count = 0;
-    for (size_t at = bytes.find(text); at != std::string::npos; at = bytes.find(text, at + 1)) {
-        ++count;
+    const uint32_t words[] = {0x3456, command, 10, 0, static_cast<uint32_t>(payload.size())};
+    std::string frame;
+    for (const uint32_t word : words) {
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            frame += static_cast<char>(word >> shift);
+        }
     }
-    return count;
+    return frame + payload;
 }
 
-bool WaitForEntries(size_t entries)
+TerminalOptions QuietService()
 {
-    return WaitUntil([entries] { return Count(SERVICE_LOG, "</br>") >= entries; });
-}
-
-bool WaitForPanel()
-{
-    return WaitUntil([] { // port 10000
-        return ReadAll("/proc/net/udp").find(":2710 ") != std::string::npos;
-    });
-}
-
-int Threads(pid_t pid)
-{
-    std::smatch match;
-    const std::string status = ReadAll("/proc/" + std::to_string(pid) + "/status");
-    return std::regex_search(status, match, std::regex("Threads:\\s*(\\d+)"))
-               ? std::max(1, std::stoi(match[1]) - EXTRA_THREADS)
-               : -1;
+    TerminalOptions options = PlainService();
+    options.quiet = true;
+    return options;
 }
 
 class ServiceTest : public testing::Test
 {
 protected:
-    void SetUp() override
+    void Start(const TerminalOptions& options,
+               bool (Terminal::*how)(std::string&) = &Terminal::Start)
     {
-        std::filesystem::create_directories("/Database/doorlog");
-        std::filesystem::remove(SERVICE_LOG);
-        std::filesystem::remove(UI_LOG);
+        std::string error;
+        service.reset();
+        ResetLogs();
+        service = std::make_unique<Terminal>(options);
+        ASSERT_TRUE((service.get()->*how)(error)) << error;
     }
 
-    // The text of the next result; empty when none comes in time.
-    static std::string Result(const UdpPeer& peer, int waitMs = 20000)
+    // Without an answer to its hello.
+    void Launch(const TerminalOptions& options) { Start(options, &Terminal::Launch); }
+
+    // Starts a service that gets its mode so long after its hello. Returns the ms from the hello
+    // until the mode has been handled.
+    int64_t StartWithModeAfter(int ms)
     {
-        std::string frame;
-        if (!peer.Receive(frame, waitMs) || frame.substr(4, 4) != std::string("\x04\x09\0\0", 4)) {
-            return "";
-        }
-        EXPECT_EQ(1044U, frame.size());
-        return frame.c_str() + 20;
+        TerminalOptions options = PlainService();
+        options.mode = TERMINAL_NO_ANSWER;
+        Start(options);
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        service->SendMode(1);
+        const int64_t sentUs = service->SendCommand(MSG_CMD_QRCODE_ENABLE);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(AwaitEntries(2)) << "it listens, parked or not";
+        const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - start);
+        return (sentUs - service->HelloUs()) / 1000 + taken.count();
     }
 
-    static void Hello(const UdpPeer& peer)
-    {
-        ASSERT_TRUE(peer.bound);
-        std::string frame;
-        ASSERT_TRUE(peer.Receive(frame));
-        EXPECT_EQ(std::string("\x56\x34\0\0\x02\x06\0\0\x0a\0\0\0\0\0\0\0\0\0\0\0", 20), frame);
-    }
+    long Threads() const { return std::max(1L, service->Figures().threads - EXTRA_THREADS); }
+
+    const std::string text = SampleText(PLAIN);
+    std::unique_ptr<Terminal> service;
 };
 
 TEST_F(ServiceTest, PanelHearsHelloAndResults)
 {
-    Program panel(Emulated({PANEL, "--json", "--count", "2"}));
-    std::string line;
-    const std::string text = SampleText(PLAIN);
-    ASSERT_TRUE(WaitForPanel()) << "or it may miss the hello";
-    Program service(Emulated({SERVICE}), Scene(PLAIN));
+    Program panel;
+    StartProgram(panel, Emulated({PANEL, "--json", "--count", "2"}));
+    std::string said;
+    ASSERT_TRUE(panel.AwaitLine("listening", said)) << "or it hears no hello";
+    TerminalOptions options = QuietService();
+    options.port = false;
+    Launch(options);
     std::vector<std::string> seen;
-    while (panel.Line(line)) {
-        if (line[0] != '{') { // said on standard error
-            continue;
-        }
-        const nlohmann::json event = nlohmann::json::parse(line);
-        seen.push_back(event["direction"].get<std::string>() + " " +
-                       event["command"].get<std::string>() + " " +
-                       event["name"].get<std::string>());
-        if (event.contains("text")) {
-            EXPECT_EQ(text, event["text"].get<std::string>());
-            EXPECT_EQ(1044, event["bytes"].get<int>());
+    const Ended heard = EndOf(panel);
+    for (const std::string& line : heard.lines) {
+        const nlohmann::json event = nlohmann::json::parse(line, nullptr, false);
+        if (event.is_object()) { // the rest is said on standard error
+            seen.push_back(event.value("direction", "") + " " + event.value("command", "") + " " +
+                           event.value("name", "") + " " + event.value("text", ""));
         }
     }
     EXPECT_EQ((std::vector<std::string>{
-                  "in 0x602 MSG_CMD_QRCODE_START", "out 0x604 MSG_CMD_QRCODE_PARAM",
-                  "out 0x903 MSG_CMD_QRCODE_ENABLE", "in 0x904 MSG_CMD_QRCODE_RESULT",
-                  "in 0x904 MSG_CMD_QRCODE_RESULT"}),
+                  "in 0x602 MSG_CMD_QRCODE_START ", "out 0x604 MSG_CMD_QRCODE_PARAM ",
+                  "out 0x903 MSG_CMD_QRCODE_ENABLE ", "in 0x904 MSG_CMD_QRCODE_RESULT " + text,
+                  "in 0x904 MSG_CMD_QRCODE_RESULT " + text}),
               seen);
-    EXPECT_EQ(0, panel.Wait());
-    EXPECT_EQ(2, Threads(service.Pid()));
-    const std::regex log("\\[[-0-9]{10} [:0-9]{8}\\] pMsgHead->MsgHead.nMsgCommand=0x0604\n</br>"
-                         "\\[[-0-9]{10} [:0-9]{8}\\] pMsgHead->MsgHead.nMsgCommand=0x0903\n</br>");
+    EXPECT_EQ(0, heard.status);
+    EXPECT_EQ(2, Threads());
+    const std::regex log(ENTRY_FORM + "pMsgHead->MsgHead.nMsgCommand=0x0604\n</br>" + ENTRY_FORM +
+                         "pMsgHead->MsgHead.nMsgCommand=0x0903\n</br>");
     EXPECT_TRUE(std::regex_match(ReadAll(SERVICE_LOG), log)) << ReadAll(SERVICE_LOG);
     EXPECT_FALSE(std::filesystem::exists(UI_LOG));
 }
 
-TEST_F(ServiceTest, ModeThatComesTooLateNeverStartsIt)
+TEST_F(ServiceTest, SaysHelloOnceAndReportsInExactFrames)
 {
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service(Emulated({SERVICE}), Scene(PLAIN));
-    Hello(peer);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the lateness itself
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_TRUE(WaitForEntries(2)) << "it still listens";
-    EXPECT_EQ("", Result(peer, 1500));
-    EXPECT_TRUE(service.Runs());
-    EXPECT_EQ(2, Threads(service.Pid()));
+    Start(PlainService());
+    ASSERT_TRUE(service->Await([this] { return service->Datagrams().size() >= 3; }));
+    std::string payload = text;
+    payload.resize(1024);
+    const std::string frames[] = {Frame(0x602, ""), Frame(0x904, payload), Frame(0x904, payload)};
+    for (size_t i = 0; i < 3; ++i) {
+        const PanelBytes& datagram = service->Datagrams()[i].datagram;
+        EXPECT_EQ(frames[i], std::string(datagram.begin(), datagram.end()));
+    }
 }
 
-TEST_F(ServiceTest, ModeHasMostOfThe300Milliseconds)
+TEST_F(ServiceTest, TakesAModeThatComes150MsAfterItsHello)
 {
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service(Emulated({SERVICE}), Scene(PLAIN));
-    Hello(peer);
-    std::this_thread::sleep_for(std::chrono::milliseconds(150)); // late, but in time
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
+    int attempt = 0;
+    while (StartWithModeAfter(150) >= QRCODE_ANSWER_MS && ++attempt < ATTEMPTS) {
+    }
+    EXPECT_EQ(text, service->AwaitResult());
+}
+
+TEST_F(ServiceTest, ParksWhenTheModeComes500MsAfterItsHello)
+{
+    std::string result;
+    int attempt = 0;
+    do { // a service that was kept from waking up after 300 ms may see it all the same
+        StartWithModeAfter(500);
+        result = service->AwaitResult(IDLE_MS);
+    } while (!result.empty() && ++attempt < ATTEMPTS);
+    EXPECT_EQ("", result);
+    EXPECT_TRUE(service->Service().Running());
+    EXPECT_EQ(2, Threads());
 }
 
 TEST_F(ServiceTest, ModeThreeFreezesTheFlagOffAndModeZeroFreezesItOn)
 {
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service(Emulated({SERVICE}), Scene(PLAIN));
-    Hello(peer);
-    peer.SendTo(ServiceAddress(), Mode(3));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    ASSERT_TRUE(WaitForEntries(2));
-    EXPECT_EQ("", Result(peer, 1500)) << "ignored in mode 3";
-    peer.SendTo(ServiceAddress(), Mode(1));
-    ASSERT_TRUE(WaitForEntries(3));
-    EXPECT_EQ("", Result(peer, 1500)) << "a mode alone enables nothing";
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
+    TerminalOptions options = PlainService();
+    options.mode = QRCODE_MODE_FROZEN;
+    Start(options);
+    ASSERT_TRUE(AwaitEntries(2));
+    EXPECT_EQ("", service->AwaitResult(IDLE_MS)) << "the enable command is ignored";
+    service->SendMode(1);
+    ASSERT_TRUE(AwaitEntries(3));
+    EXPECT_EQ("", service->AwaitResult(IDLE_MS)) << "a mode alone enables nothing";
+    service->SendCommand(MSG_CMD_QRCODE_ENABLE);
+    EXPECT_EQ(text, service->AwaitResult());
 
-    peer.SendTo(ServiceAddress(), Mode(0));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_DISABLE));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_STOP));
-    ASSERT_TRUE(WaitForEntries(7));
-    while (Result(peer, 1) != "") { // what was sent before
-    }
-    EXPECT_EQ(SampleText(PLAIN), Result(peer)) << "it goes on";
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
+    service->SendMode(QRCODE_MODE_NEVER);
+    service->SendCommand(MSG_CMD_QRCODE_DISABLE);
+    service->SendCommand(MSG_CMD_QRCODE_STOP);
+    ASSERT_TRUE(AwaitEntries(7));
+    EXPECT_TRUE(Reports(*service));
+    EXPECT_TRUE(Reports(*service)) << "the first may have been on its way";
 
-    peer.SendTo(ServiceAddress(), Mode(2));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_STOP));
-    ASSERT_TRUE(WaitForEntries(9));
-    while (Result(peer, 1500) != "") { // until it has stopped; a scan that goes on never ends this
-    }
-    EXPECT_TRUE(service.Runs());
+    service->SendMode(2);
+    service->SendCommand(MSG_CMD_QRCODE_STOP);
+    ASSERT_TRUE(AwaitEntries(9));
+    EXPECT_TRUE(service->SilentFor(IDLE_MS));
 }
 
 TEST_F(ServiceTest, TakenPortIsSaidAndParksIt)
 {
-    const UdpPeer peer(QRCODE_PEER_PORT);
     const UdpPeer taker(QRCODE_SERVER_PORT);
     ASSERT_TRUE(taker.bound);
-    Program service(Emulated({SERVICE}), Scene(PLAIN));
+    Launch(PlainService());
     std::string line;
-    ASSERT_TRUE(service.Line(line)) << "at once, though standard output is a pipe";
+    ASSERT_TRUE(service->Service().NextLine(line)) << "at once, though it goes to a pipe";
     EXPECT_EQ("API_Socket_Server_Init bind is error 98", line);
-    std::string frame;
-    EXPECT_FALSE(peer.Receive(frame, 1000)) << "not even a hello";
-    EXPECT_TRUE(std::regex_match(
-        ReadAll(UI_LOG),
-        std::regex("\\[[-0-9]{10} [:0-9]{8}\\] API_Socket_Server_Init is error port=10010\n</br>")))
-        << ReadAll(UI_LOG);
+    EXPECT_FALSE(service->AwaitHello(SILENCE_MS));
+    const std::regex log(ENTRY_FORM + "API_Socket_Server_Init is error port=10010\n</br>");
+    EXPECT_TRUE(std::regex_match(ReadAll(UI_LOG), log)) << ReadAll(UI_LOG);
     EXPECT_FALSE(std::filesystem::exists(SERVICE_LOG));
-    EXPECT_TRUE(service.Runs());
-    EXPECT_EQ(1, Threads(service.Pid()));
+    EXPECT_TRUE(service->Service().Running());
+    EXPECT_EQ(1, Threads());
 }
 
-TEST_F(ServiceTest, MissingLogFolderChangesNothingElse)
+// Its own address reuse, on both sockets, lets it bind beside an earlier one; the later one gets
+// the commands.
+TEST_F(ServiceTest, SecondServiceTakesTheCommandsOver)
 {
-    std::filesystem::remove_all("/Database/doorlog");
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service(Emulated({SERVICE}), Scene(PLAIN));
-    Hello(peer);
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
-    EXPECT_FALSE(std::filesystem::exists("/Database/doorlog"));
-}
-
-TEST_F(ServiceTest, PanelCanBeRestarted)
-{
-    auto first = std::make_unique<Program>(Emulated({PANEL, "--json"}));
-    ASSERT_TRUE(WaitForPanel());
-    const Program service(Emulated({SERVICE}), Scene(PLAIN));
-    std::string line;
-    ASSERT_TRUE(first->LineWith("0x904", line));
-    first.reset(); // killed: what is sent now is lost
-    Program second(Emulated({PANEL, "--count", "1"}));
-    EXPECT_TRUE(second.LineWith(SampleText(PLAIN), line));
-    EXPECT_EQ(0, second.Wait());
-    EXPECT_TRUE(service.Runs());
-}
-
-TEST_F(ServiceTest, ShortTextIsReadButNotReported)
-{
-    const TempFolder scene;
-    for (const char* const name : {"ten-characters", "eleven-characters"}) {
-        std::filesystem::copy(std::string(SAMPLES_DIR "/") + name + ".png",
-                              scene / (std::string(name) + ".png"));
-    }
-    ASSERT_EQ(10U, SampleText(SAMPLES_DIR "/ten-characters.png").size());
-    const std::string eleven = SampleText(SAMPLES_DIR "/eleven-characters.png");
-    ASSERT_EQ(11U, eleven.size());
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    const Program service(Emulated({SERVICE}), Scene(scene.Path().string()));
-    Hello(peer);
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    for (int i = 0; i < 3; ++i) { // the other one was on view each time in between
-        EXPECT_EQ(eleven, Result(peer));
-    }
+    Start(PlainService());
+    EXPECT_TRUE(Reports(*service));
+    service->SendCommand(MSG_CMD_QRCODE_DISABLE);
+    EXPECT_TRUE(service->SilentFor(SILENCE_MS));
+    TerminalOptions options = PlainService();
+    options.port = false; // its hello goes to the first one's application, which answers it
+    Terminal second(options);
+    std::string error;
+    ASSERT_TRUE(second.Launch(error)) << error;
+    EXPECT_EQ(text, service->AwaitResult());
 }
 
 TEST_F(ServiceTest, PlatformFaultsAreSaidAtOnceAndPassedOver)
 {
-    const TempFolder folder;
-    WriteAll(
-        folder / "script",
-        "packs 16:600 3:*\nHI_MPI_SYS_Bind 0xa0020001 1\nHI_MPI_VENC_QueryStatus 0xa0080002 1");
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    std::vector<std::string> environment = Scene(PLAIN);
-    environment.push_back("QRCODE_SIM_SCRIPT=" + (folder / "script").string());
-    Program service(Emulated({SERVICE}), environment);
-    Hello(peer);
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
+    TerminalOptions options = PlainService();
+    options.script =
+        "packs 16:600 3:*\nHI_MPI_SYS_Bind 0xa0020001 1\nHI_MPI_VENC_QueryStatus 0xa0080002 1";
+    Start(options);
     std::string line;
     for (const char* const said :
          {"HI_MPI_SYS_Bind failed with 0xa0020001!", "HI_MPI_SYS_Bind failed with 0xffffffff!",
           "venc chn 4 get stream time out!", "src.data is NULL",
           "VencChn 4 Query failed with 0xa0080002!", "src.data is NULL"}) {
-        EXPECT_TRUE(service.LineWith(said, line)) << said;
+        EXPECT_TRUE(service->AwaitLine(said, line)) << said;
     }
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
+    EXPECT_EQ(text, service->AwaitResult());
 }
 
-TEST_F(ServiceTest, SceneThatDoesNotExistStopsTheStart)
+TEST_F(ServiceTest, WrongSettingOfTheSimulationStopsTheStart)
 {
-    for (const char* const wrong :
-         {"QRCODE_SIM_SCENE=/absent", "QRCODE_SIM_VIEW_MS=0", "QRCODE_SIM_VIEW_MS=1s",
-          "QRCODE_SIM_VIEW_MS=5", "QRCODE_SIM_SCRIPT=/absent"}) {
-        Program service(Emulated({SERVICE}), {wrong});
-        std::string line;
-        EXPECT_TRUE(service.Line(line)) << wrong;
-        EXPECT_EQ(0U, line.find("sim: ")) << line;
-        EXPECT_EQ(2, service.Wait());
+    for (const std::vector<std::string>& wrong :
+         std::vector<std::vector<std::string>>{{"QRCODE_SIM_SCENE=/absent"},
+                                               {"QRCODE_SIM_VIEW_MS=0"},
+                                               {"QRCODE_SIM_VIEW_MS=1s"},
+                                               {"QRCODE_SIM_SCENE=", "QRCODE_SIM_VIEW_MS=5"},
+                                               {"QRCODE_SIM_SCRIPT=/absent"}}) {
+        TerminalOptions options = PlainService();
+        options.environment = wrong;
+        Launch(options);
+        const Ended ended = EndOf(service->Service());
+        EXPECT_EQ(1, ended.Lines("sim: ")) << wrong.back();
+        EXPECT_EQ(2, ended.status);
     }
 }
 
-TEST_F(ServiceTest, SceneGoesOnWhenNobodyReadsItsEvents)
+// --- Hostile neighbours: its log held, filled up, removed or replaced.
+
+TEST_F(ServiceTest, HeldLogDelaysCommandsAndLosesNone)
 {
-    const TempFolder folder;
-    const std::string fifo = (folder / "events").string();
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    const UdpPeer peer(QRCODE_PEER_PORT);
-    std::vector<std::string> environment = Scene(PLAIN);
-    environment.push_back("QRCODE_SIM_EVENTS=" + fifo);
-    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    Program service(Emulated({SERVICE}), environment);
-    Hello(peer);
-    close(reader);
-    peer.SendTo(ServiceAddress(), Mode(1));
-    peer.SendTo(ServiceAddress(), Command(MSG_CMD_QRCODE_ENABLE));
-    std::string line;
-    EXPECT_TRUE(service.LineWith("sim: events: Broken pipe", line));
-    EXPECT_EQ(SampleText(PLAIN), Result(peer));
+    const int commands = 20;
+    Start(QuietService());
+    EXPECT_TRUE(Reports(*service));
+    const int log = open(SERVICE_LOG.c_str(), O_WRONLY | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_len = 1;
+    ASSERT_EQ(0, fcntl(log, F_OFD_SETLK, &lock));
+    for (int i = 0; i < commands; ++i) {
+        service->SendCommand(UNKNOWN_COMMAND + i);
+    }
+    service->SendCommand(MSG_CMD_QRCODE_DISABLE);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(Reports(*service)) << "the readings go on, and nothing is obeyed yet";
+    }
+    EXPECT_EQ(0, Count(ReadAll(SERVICE_LOG), Entry(UNKNOWN_COMMAND)));
+    close(log); // and so the lock
+    EXPECT_TRUE(AwaitEntries(2 + commands + 1));
+    for (int i = 0; i < commands; ++i) {
+        EXPECT_EQ(1, Count(ReadAll(SERVICE_LOG), Entry(UNKNOWN_COMMAND + i)));
+    }
+    EXPECT_TRUE(service->SilentFor(SILENCE_MS)) << "switched off now";
 }
 
-// --- the panel by itself ---
-
-TEST_F(ServiceTest, PanelRefusesWrongUsageAndATakenPort)
+TEST_F(ServiceTest, FullDiskCostsEntriesAndNothingElse)
 {
-    std::string line;
+    const int commands = 100; // more than the log's last page has room for
+    Start(QuietService());
+    EXPECT_TRUE(Logs(*service));
+    const int filler = open((LOG_FOLDER + "/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const std::string much(1 << 20, 'f');
+    size_t chunk = much.size();
+    for (size_t filled = 0; chunk > 0 && filled < (64U << 20);) { // down to the last byte
+        const ssize_t written = write(filler, much.data(), chunk);
+        filled += written > 0 ? static_cast<size_t>(written) : 0;
+        chunk = written > 0 ? chunk : chunk / 2;
+    }
+    close(filler);
+    ASSERT_EQ(0U, chunk) << "the private /Database is small";
+    for (int i = 0; i < commands; ++i) {
+        service->SendCommand(UNKNOWN_COMMAND);
+    }
+    EXPECT_TRUE(Obeys(*service));
+    EXPECT_LT(Count(ReadAll(SERVICE_LOG), Entry(UNKNOWN_COMMAND)), commands)
+        << "or the disk was not full";
+    std::filesystem::remove(LOG_FOLDER + "/filler");
+    EXPECT_TRUE(Logs(*service));
+}
+
+TEST_F(ServiceTest, MissingFolderAndReplacedFileCostEntriesAndNothingElse)
+{
+    std::string error;
+    std::filesystem::remove_all(LOG_FOLDER);
+    service = std::make_unique<Terminal>(QuietService());
+    ASSERT_TRUE(service->Start(error)) << error;
+    EXPECT_TRUE(Obeys(*service));
+    EXPECT_FALSE(std::filesystem::exists(LOG_FOLDER)) << "the service makes no folder";
+    std::filesystem::create_directory(LOG_FOLDER);
+    EXPECT_TRUE(Logs(*service));
+
+    std::filesystem::remove(SERVICE_LOG);
+    std::filesystem::create_directory(SERVICE_LOG);
+    EXPECT_TRUE(Obeys(*service));
+    std::filesystem::remove(SERVICE_LOG);
+    ASSERT_EQ(0, mkfifo(SERVICE_LOG.c_str(), 0600)); // nobody reads it: it holds nothing up
+    EXPECT_TRUE(Obeys(*service));
+    std::filesystem::remove(SERVICE_LOG);
+    WriteAll(SERVICE_LOG, "another's line\n");
+    EXPECT_TRUE(Logs(*service));
+    EXPECT_EQ(0U, ReadAll(SERVICE_LOG).find("another's line\n["));
+}
+
+// --- The panel by itself.
+
+TEST(PanelTest, RefusesWrongUsageAndATakenPort)
+{
     for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
              {PANEL, "--mode", "256"}, {PANEL, "--count", "x"}, {PANEL, "--nonsense"}}) {
-        Program panel(Emulated(command));
-        EXPECT_TRUE(panel.Line(line)) << "says why";
-        EXPECT_EQ(2, panel.Wait());
+        const Ended ended = RunProgram(Emulated(command));
+        EXPECT_FALSE(ended.lines.empty()) << "it says why";
+        EXPECT_EQ(2, ended.status);
     }
     const UdpPeer taker(QRCODE_PEER_PORT);
-    Program panel(Emulated({PANEL}));
-    EXPECT_TRUE(panel.LineWith("10000", line));
-    EXPECT_EQ(2, panel.Wait());
+    const Ended ended = RunProgram(Emulated({PANEL}));
+    EXPECT_EQ(1, ended.Lines("10000"));
+    EXPECT_EQ(2, ended.status);
 }
 
-TEST_F(ServiceTest, PanelObeysItsWordsAndCountsTime)
+TEST(PanelTest, ObeysItsWordsAndCountsTime)
 {
     const UdpPeer service(QRCODE_SERVER_PORT);
     ASSERT_TRUE(service.bound);
-    Program panel(Emulated({PANEL, "--no-enable", "--mode", "7"}));
+    Program panel;
+    StartProgram(panel, Emulated({PANEL, "--no-enable", "--mode", "7"}));
     std::string line;
-    std::string frame;
     panel.Say("nonsense");
-    EXPECT_TRUE(panel.LineWith("nonsense", line));
+    EXPECT_TRUE(panel.AwaitLine("nonsense", line));
     const UdpPeer other;
-    sockaddr_in to = ServiceAddress();
+    sockaddr_in to = service.addr;
     to.sin_port = htons(QRCODE_PEER_PORT);
     other.SendTo(to, "short"); // less than a header: shown, and nothing else
-    other.SendTo(to, Command(MSG_CMD_QRCODE_START));
-    ASSERT_TRUE(service.Receive(frame));
-    EXPECT_EQ(std::string("\x56\x34\0\0\x04\x06\0\0", 8), frame.substr(0, 8));
-    ASSERT_EQ(1160U, frame.size());
-    EXPECT_EQ(7, frame[1159]);
-    const std::pair<const char*, const char*> words[] = {{"enable", "\x03\x09"},
+    other.SendTo(to, Frame(MSG_CMD_QRCODE_START, ""));
+    const std::pair<const char*, const char*> words[] = {{"", "\x04\x06"},
+                                                         {"enable", "\x03\x09"},
                                                          {"disable", "\x05\x09"},
                                                          {"stop", "\x0d\x09"},
                                                          {"mode 9", "\x04\x06"}};
-    for (const auto& word : words) {
-        panel.Say(word.first);
-        ASSERT_TRUE(service.Receive(frame)) << word.first;
-        EXPECT_EQ(word.second, frame.substr(4, 2));
+    std::string modes;
+    for (const auto& [word, command] : words) {
+        if (*word != '\0') { // the first is the answer to the hello
+            panel.Say(word);
+        }
+        std::string frame;
+        ASSERT_TRUE(service.Receive(frame)) << word;
+        EXPECT_EQ(std::string("\x56\x34\0\0", 4) + command, frame.substr(0, 6));
+        modes += frame.size() == 1160 ? frame.substr(1159) : "";
     }
-    EXPECT_EQ(9, frame[1159]);
+    EXPECT_EQ("\x07\x09", modes);
     panel.Say("quit");
     EXPECT_EQ(0, panel.Wait());
-
-    Program timed(Emulated({PANEL, "--count", "1", "--seconds", "0.2"}));
-    EXPECT_EQ(1, timed.Wait());
+    EXPECT_EQ(1, RunProgram(Emulated({PANEL, "--count", "1", "--seconds", "0.2"})).status);
 }
 
 } // namespace

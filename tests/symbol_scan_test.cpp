@@ -28,8 +28,6 @@ const std::string* Scripted(const zbar::zbar_symbol_t* symbol)
 extern "C" {
 const char* __real_zbar_symbol_get_data(const zbar::zbar_symbol_t* symbol);
 unsigned __real_zbar_symbol_get_data_length(const zbar::zbar_symbol_t* symbol);
-const char* __wrap_zbar_symbol_get_data(const zbar::zbar_symbol_t* symbol);
-unsigned __wrap_zbar_symbol_get_data_length(const zbar::zbar_symbol_t* symbol);
 
 const char* __wrap_zbar_symbol_get_data(const zbar::zbar_symbol_t* symbol)
 {
@@ -58,77 +56,35 @@ cv::Mat Grey(const std::string& sample)
     return grey;
 }
 
-struct Scan {
-    int result;
-    std::string buffer; // all 1024 bytes
-};
-
-Scan ScanImage(const std::string& sample, const std::vector<std::string>& texts, char before)
+TEST(SymbolScanTest, TextsReachTheBufferWithoutATerminator)
 {
-    scriptedTexts = texts;
-    symbolsSeen.clear();
-    Scan scan = {0, std::string(QRCODE_TEXT_SIZE, before)};
-    scan.result = Qrcode_ScanImage(Grey(sample), scan.buffer.data());
-    scriptedTexts.clear();
-    return scan;
-}
-
-TEST(SymbolScanTest, WritesTheTextWithoutATerminator)
-{
-    const Scan scan = ScanImage("plain.png", {"ABC"}, '#');
-    EXPECT_EQ(3, scan.result);
-    EXPECT_EQ("ABC" + std::string(1021, '#'), scan.buffer);
-}
-
-TEST(SymbolScanTest, LaterTextsOverlapEarlierOnes)
-{
-    const Scan longFirst = ScanImage("several-codes.png", {"12345678", "abc"}, '\0');
-    EXPECT_EQ(3, longFirst.result);
-    EXPECT_STREQ("abc45678", longFirst.buffer.c_str());
-    const Scan shortFirst = ScanImage("several-codes.png", {"abc", "12345678"}, '\0');
-    EXPECT_EQ(8, shortFirst.result);
-    EXPECT_STREQ("12345678", shortFirst.buffer.c_str());
-}
-
-TEST(SymbolScanTest, LastTextCountsEvenWhenItIsEmpty)
-{
-    const Scan scan = ScanImage("several-codes.png", {"12345678", ""}, '\0');
-    EXPECT_EQ(0, scan.result);
-    EXPECT_STREQ("12345678", scan.buffer.c_str());
-}
-
-TEST(SymbolScanTest, TextEndsAtItsFirstZeroByte)
-{
-    const Scan scan = ScanImage("plain.png", {std::string("AB\0CD", 5)}, '#');
-    EXPECT_EQ(2, scan.result);
-    EXPECT_EQ("AB" + std::string(1022, '#'), scan.buffer);
-}
-
-TEST(SymbolScanTest, LeavesTheBuffersLastByteAlone)
-{
-    for (const size_t length : {size_t{1022}, size_t{1023}, size_t{1024}, size_t{2953}}) {
-        const std::string text(length, 'x');
-        const Scan scan = ScanImage("plain.png", {text}, '\0');
-        EXPECT_EQ(std::min<size_t>(length, 1023), static_cast<size_t>(scan.result));
-        EXPECT_EQ(text.substr(0, 1023), std::string(scan.buffer.c_str())) << length;
+    const auto longText = [](size_t length) { return std::string(length, 'x'); };
+    const struct {
+        const char* sample;
+        std::vector<std::string> texts; // of its symbols
+        std::string written;
+        int result;
+    } scans[] = {
+        {"plain.png", {"ABC"}, "ABC", 3},
+        {"plain.png", {{"AB\0CD", 5}}, "AB", 2}, // ends at its first zero byte
+        // Later ones overlap earlier ones.
+        {"several-codes.png", {"12345678", "abc"}, "abc45678", 3},
+        {"several-codes.png", {"abc", "12345678"}, "12345678", 8},
+        {"several-codes.png", {"12345678", ""}, "12345678", 0}, // the last counts, even when empty
+        {"plain.png", {longText(1022)}, longText(1022), 1022},
+        {"plain.png", {longText(1023)}, longText(1023), 1023},
+        {"plain.png", {longText(1024)}, longText(1023), 1023}, // the last byte is left alone
+        {"plain.png", {longText(2953)}, longText(1023), 1023},
+        {"no-code-wall.png", {}, "", 0},
+    };
+    for (const auto& scan : scans) {
+        scriptedTexts = scan.texts;
+        symbolsSeen.clear();
+        std::string buffer(QRCODE_TEXT_SIZE, '#');
+        EXPECT_EQ(scan.result, Qrcode_ScanImage(Grey(scan.sample), buffer.data()));
+        EXPECT_EQ(scan.written + std::string(1024 - scan.written.size(), '#'), buffer);
+        scriptedTexts.clear();
     }
-}
-
-TEST(SymbolScanTest, PictureWithoutASymbolLeavesTheBufferAlone)
-{
-    const Scan scan = ScanImage("no-code-wall.png", {}, '#');
-    EXPECT_EQ(0, scan.result);
-    EXPECT_EQ(std::string(1024, '#'), scan.buffer);
-}
-
-TEST(SymbolScanTest, OpeningIsForPicturesWithoutAResultAndLeavesThemAsTheyWere)
-{
-    std::string buffer(QRCODE_TEXT_SIZE, '\0');
-    const cv::Mat grey = Grey("no-code-wall.png");
-    const cv::Mat before = grey.clone();
-    EXPECT_EQ(0, Qrcode_ScanWithOpening(grey, buffer.data()));
-    EXPECT_EQ(0, cv::norm(grey, before, cv::NORM_INF));
-    EXPECT_EQ(std::string(1024, '\0'), buffer);
 }
 
 } // namespace

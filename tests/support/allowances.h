@@ -16,14 +16,6 @@ const int EXTRA_THREADS = 1;
 const int EXTRA_THREADS = 0;
 #endif
 
-// Whether an interrupted select() leaves in its time-out what is left of the time, as Linux does;
-// the emulator leaves all of it.
-#ifdef TESTS_EMULATED
-const bool SELECT_KEEPS_WHAT_IS_LEFT = false;
-#else
-const bool SELECT_KEEPS_WHAT_IS_LEFT = true;
-#endif
-
 // Whether a process can be kept from growing; the emulator passes such limits over.
 #ifdef TESTS_EMULATED
 const bool LIMITS_MEMORY = false;

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <string>
 
+#include "expected_text.h"
+
 inline std::string ReadAll(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -19,13 +21,9 @@ inline void WriteAll(const std::filesystem::path& path, const std::string& bytes
 }
 
 // The expected text beside a sample.
-inline std::string SampleText(std::filesystem::path picture)
+inline std::string SampleText(const std::filesystem::path& picture)
 {
-    std::string text = ReadAll(picture.replace_extension(".txt"));
-    if (!text.empty() && text.back() == '\n') {
-        text.pop_back();
-    }
-    return text;
+    return Expected_Read(picture.string()).text;
 }
 
 // A folder of the test's own, empty at first, gone at the end.

@@ -34,7 +34,7 @@ struct UdpPeer {
     // The next datagram; false when none comes in time.
     bool Receive(std::string& bytes, int waitMs = 10000) const
     {
-        const timeval wait = {waitMs / 1000, (waitMs % 1000) * 1000};
+        const timeval wait = {waitMs / 1000, (waitMs % 1000) * 1000L};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
         std::string buffer(65536, '\0');
         const ssize_t length = recv(fd, buffer.data(), buffer.size(), 0);
