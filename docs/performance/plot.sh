@@ -11,7 +11,7 @@ results=$project/build/bench/results
     [[ $1 == -h || $1 == --help ]] && exit 0
     exit 2
 }
-for measured in cost.json:bench latency.tsv:latency; do
+for measured in cost.txt:bench latency.tsv:latency; do
     [[ -s $results/${measured%:*} ]] || {
         echo "$(basename "$0"): nothing measured yet: run scripts/${measured#*:}.sh" >&2
         exit 1
@@ -22,13 +22,20 @@ done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# One line a reading: name, then ms of each step. The service's own is, all but some microseconds, to
-# fill the mirror's tables.
-jq -r '(.benchmarks[] | select(.name == "step/mirror-tables") | .real_time / 1000) as $own |
-    .benchmarks[] | select(.name | startswith("pair/")) |
-    [(.name | split("/")[1]), .step_snapshot, .step_decode, .step_mirror, .step_grey, .step_scan,
-        .step_open, .step_prepare, $own] | @tsv' "$results/cost.json" > "$work/steps"
-sed -i 's/^attempt-/attempt /; s/^empty/nothing/' "$work/steps"
+# The table of a reading's time turned round: a line of titles, then one for each reading, in ms.
+awk '/^us in a reading/ { table = 1; line[0] = "-"; line[1] = "attempt 1"; line[2] = "attempt 8"
+        line[3] = "nothing"; next }
+    table && !NF { exit }
+    table {
+        name = substr($0, 1, 24)
+        sub(/ +$/, "", name)
+        line[0] = line[0] "\t" name
+        split(substr($0, 25), part, "|")
+        for (i = 1; i <= 3; ++i) {
+            line[i] = line[i] "\t" word[split(part[i], word, " ")] / 1000
+        }
+    }
+    END { for (i = 0; i <= 3; ++i) print line[i] }' "$results/cost.txt" > "$work/steps"
 
 # Shares up to each time.
 for kind in view enable; do
@@ -50,15 +57,16 @@ set style fill solid 0.9 noborder
 set boxwidth 0.6
 set grid y ls 100
 unset key
-array aTitles[8] = ["snapshot", "decode", "mirror", "grey", "scans", "openings", "preparations", "the service's own"]
-array aColours[8] = ["#7f7f7f", "#1f77b4", "#17becf", "#aec7e8", "#ff7f0e", "#ffbb78", "#2ca02c", "#d62728"]
+array colours[8] = ["#1f77b4", "#17becf", "#aec7e8", "#2ca02c", \
+    "#ffbb78", "#ff7f0e", "#7f7f7f", "#d62728"]
 set xrange [-0.7:2.7]
 set title "found at attempt 1, at attempt 8, nothing found"
-plot for [i=1:8] "$work/steps" using i+1:xtic(1) lc rgb aColours[i]
+plot for [i=1:8] "$work/steps" using i+1:xtic(1) title columnheader(i+1) lc rgb colours[i]
 set title "attempt 1, larger"
 set key outside right center reverse Left invert
 set xrange [-0.7:0.7]
-plot for [i=1:8] "$work/steps" every ::0::0 using i+1:xtic(1) title aTitles[i] lc rgb aColours[i]
+plot for [i=1:8] "$work/steps" every ::0::0 using i+1:xtic(1) \
+    title columnheader(i+1) lc rgb colours[i]
 unset multiplot
 
 reset

@@ -1,21 +1,17 @@
 #!/bin/bash
+# usage: make-sheets.sh
 # Makes the pictures in this folder anew from samples/, the same byte for byte each time: one sample's
 # whole sheet, and cut-outs of others (the attempts to show stand behind the sample's name).
-set -euo pipefail
+# Ends with 0, or 1 when a sheet cannot be made.
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
-(($# == 0)) || {
-    echo "usage: $(basename "$0")" >&2
-    exit 2
-}
-sheets=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
-root=$(dirname "$(dirname "$sheets")")
+arguments 0 0 "$@"
+sheets=$project/docs/sheets
 
 while read -r sample attempts; do
-    "$root/scripts/inspect.sh" "$root/samples/$sample.png" --sheet "$sheets/$sample.png" \
-        ${attempts:+--attempts "$attempts"} < /dev/null > /dev/null || {
-        echo "$(basename "$0"): $sample.png is not read, or its sheet cannot be made" >&2
-        exit 1
-    }
+    "$project/scripts/inspect.sh" "$project/samples/$sample.png" --sheet "$sheets/$sample.png" \
+        ${attempts:+--attempts "$attempts"} < /dev/null > /dev/null ||
+        fail "$sample.png is not read, or its sheet cannot be made"
 done << END
 uneven-light
 glare 1,8
