@@ -36,6 +36,9 @@ int __real_select(int n, fd_set* in, fd_set* out, fd_set* except, timeval* wait)
 int __wrap_select(int n, fd_set* in, fd_set* out, fd_set* except, timeval* wait)
 {
     EXPECT_TRUE(out == nullptr && except == nullptr);
+    for (int fd = 0; fd < FD_SETSIZE; ++fd) { // a stack full of ones is not waited for
+        EXPECT_EQ(fd == n - 1, FD_ISSET(fd, in) != 0) << fd;
+    }
     waits.push_back(wait != nullptr ? wait->tv_sec * SECOND_US + wait->tv_usec : -1);
     if (waitOutcome != AS_IT_IS) {
         FD_ZERO(in);
@@ -390,7 +393,12 @@ TEST_F(SnapChannelTest, StepsUseTheirArgumentsAndPassCodesOnOrNotAsTheySay)
     EXPECT_EQ(-1, FaceVenc_BindVpss(2, 3, 5)) << "there is no such source";
     EXPECT_EQ(-1, FaceVenc_UnBindVpss(2, 3, 5));
     EXPECT_EQ(0, FaceVenc_BindVpss(1, 0, 5));
+    EXPECT_EQ(0, FaceVenc_UnBindVpss(1, 0, 5));
+    EXPECT_EQ(0, FaceVenc_BindVpss(1, 0, 5));
     EXPECT_EQ(0, HI_MPI_VENC_StartRecvFrame(5, &one));
+    script.faults = {{"HI_MPI_VENC_QueryStatus", {0, 1}}}; // says nothing
+    Sim_SetScript(script);
+    EXPECT_EQ(-1, FaceVenc_GetStream(5, &stream, 10000));
     memoryIsShort = true;
     EXPECT_EQ(-1, FaceVenc_GetStream(5, &stream, 10000));
     memoryIsShort = false;
@@ -400,7 +408,8 @@ TEST_F(SnapChannelTest, StepsUseTheirArgumentsAndPassCodesOnOrNotAsTheySay)
     step({"HI_MPI_VENC_ReleaseStream"}, 0x17, [&] { return FaceVenc_ReleaseStream(5, &stream); });
     step({"HI_MPI_VENC_StopRecvFrame", "HI_MPI_VENC_DestroyChn"}, 0x17,
          [] { return FaceVenc_DestroyChn(5); });
-    EXPECT_EQ("malloc memory failed!\nVencChn 5 Query failed with 0x17!\nVenc GetStream failed "
+    EXPECT_EQ("NOTE: Current  frame is NULL!\nmalloc memory failed!\nVencChn 5 Query failed with "
+              "0x17!\nVenc GetStream failed "
               "with 0x17!\n",
               testing::internal::GetCapturedStderr());
     EXPECT_EQ("HI_MPI_VENC_CreateChn [5] faild with 0x17! ===\n"
@@ -421,10 +430,18 @@ TEST_F(SnapChannelTest, StepsUseTheirArgumentsAndPassCodesOnOrNotAsTheySay)
     EXPECT_EQ(ends, Words(CallsOf(SIM_SYS_BIND)[0]->record));
     EXPECT_EQ(ends, Words(CallsOf(SIM_SYS_UNBIND)[0]->record));
 
-    script.faults = {{"HI_MPI_VENC_CreateChn", {0x17, 1}}};
-    Sim_SetScript(script);
+    // The set-up as a whole: -1 whatever fails in it.
     testing::internal::CaptureStdout();
-    EXPECT_EQ(-1, FaceVenc_StartSnap());
+    for (const char* const operation :
+         {"HI_MPI_VENC_CreateChn", "HI_MPI_VENC_GetJpegParam", "HI_MPI_VENC_SetJpegParam",
+          "HI_MPI_SYS_Bind", "HI_MPI_VENC_StartRecvFrame"}) {
+        script.faults = {{operation, {0x17, 1}}};
+        Sim_SetScript(script);
+        EXPECT_EQ(-1, FaceVenc_StartSnap()) << operation;
+        FaceVenc_DestroyChn(4);
+    }
+    EXPECT_EQ(0, FaceVenc_StartSnap());
+    FaceVenc_DestroyChn(4);
     testing::internal::GetCapturedStdout();
 }
 
