@@ -14,6 +14,7 @@ namespace
 {
 std::vector<std::string> scriptedTexts; // by the order of the symbols; empty for the real ones
 std::map<const zbar::zbar_symbol_t*, size_t> symbolsSeen;
+int textsAsked = 0; // times that a symbol was asked for its text
 
 const std::string* Scripted(const zbar::zbar_symbol_t* symbol)
 {
@@ -31,6 +32,7 @@ unsigned __real_zbar_symbol_get_data_length(const zbar::zbar_symbol_t* symbol);
 
 const char* __wrap_zbar_symbol_get_data(const zbar::zbar_symbol_t* symbol)
 {
+    ++textsAsked;
     const std::string* const text = Scripted(symbol);
     return text != nullptr ? text->data() : __real_zbar_symbol_get_data(symbol);
 }
@@ -85,6 +87,22 @@ TEST(SymbolScanTest, TextsReachTheBufferWithoutATerminator)
         EXPECT_EQ(scan.written + std::string(1024 - scan.written.size(), '#'), buffer);
         scriptedTexts.clear();
     }
+}
+
+TEST(SymbolScanTest, TextOfOneByteIsEnoughToSpareTheSecondScan)
+{
+    const cv::Mat grey = Grey("plain.png");
+    scriptedTexts = {"A"};
+    int asked[2] = {};
+    for (int opening = 0; opening < 2; ++opening) {
+        symbolsSeen.clear();
+        textsAsked = 0;
+        char buffer[QRCODE_TEXT_SIZE] = {};
+        EXPECT_EQ(1, (opening == 1 ? Qrcode_ScanWithOpening : Qrcode_ScanImage)(grey, buffer));
+        asked[opening] = textsAsked;
+    }
+    EXPECT_EQ(asked[0], asked[1]);
+    scriptedTexts.clear();
 }
 
 } // namespace
