@@ -251,8 +251,11 @@ int Show(const DemoOptions& options)
     }
     Stop_TakeSignals();
     std::signal(SIGPIPE, SIG_IGN); // output that nobody reads any more cannot be written
+    if (!PortsAreFree()) {
+        return EXIT_FAILED;
+    }
     Greet(session);
-    if (!Screen_CanWrite() || !PortsAreFree()) {
+    if (!Screen_CanWrite()) {
         return EXIT_FAILED;
     }
     if (!options.app.empty()) {
