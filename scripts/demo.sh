@@ -1,18 +1,19 @@
 #!/bin/bash
 # usage: demo.sh [--app COMMAND] [--own-ports] [PICTURE or FOLDER]
-# The whole terminal on a desk: builds the service with a simulated camera, shows it pictures, and prints
-# what it reports to the main application as it comes, then a summary.
+# The whole terminal on a desk: builds the service with a simulated camera, shows it pictures, and
+# prints what it reports to the main application as it comes, then a summary.
 #   demo.sh          the samples
 #   demo.sh PICTURE  one picture of your own
-#   demo.sh FOLDER   a folder of pictures; on a terminal over and over until Ctrl-C, so that pictures can
-#                    be put in and watched
+#   demo.sh FOLDER   a folder of pictures; on a terminal over and over until Ctrl-C, so that pictures
+#                    can be put in and watched
 # A text file NAME.txt beside NAME.png holds the text that is expected of it.
-#   --app COMMAND    runs a main application of your own in the panel's place, with sh -c in this folder,
-#                    and shows the pictures over and over: one line for each line that it prints, each
-#                    picture, and each datagram either way, and a note where a datagram does not do what
-#                    its sender may hope. Ends with the command or on Ctrl-C; its logs and the screen
-#                    stay in a folder below build/. In there all files are read-only, but not /tmp,
-#                    which is empty except for what the command's words name; its standard input is empty.
+#   --app COMMAND    runs a main application of your own in the panel's place, with sh -c in this
+#                    folder, and shows the pictures over and over. Prints a line for each line of the
+#                    command's, each picture, and each datagram either way, and a note where a
+#                    datagram does not do what its sender may hope. Ends with the command or on
+#                    Ctrl-C; logs and screen stay in a folder below build/. For the command all files
+#                    are read-only but those in its own /tmp, where of this machine's /tmp only the
+#                    folders of the files named in the command are seen; its standard input is empty.
 #   --own-ports      without a private world: on this machine's UDP ports 10000 and 10010 and its
 #                    /Database/doorlog. With --app, datagrams are shown only to root.
 # Ends with 0; 1 when a sample is missed or wrong, or something breaks; 2 on wrong usage or when there
@@ -74,7 +75,8 @@ fi
 see_words()
 {
     local word words path folder
-    mapfile -t words < <(xargs -n 1 printf '%s\n' <<< "$app" 2> /dev/null || tr -s ' ' '\n' <<< "$app")
+    mapfile -t words < <(xargs -n 1 printf '%s\n' <<< "$app" 2> /dev/null ||
+        tr -s ' ' '\n' <<< "$app") # quotation marks that xargs cannot pair
     for word in "$PWD" "${words[@]}"; do
         path=${word#*=} # of --option=PATH too
         [[ -n $path && -e $path ]] || continue

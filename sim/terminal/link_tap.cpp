@@ -31,16 +31,21 @@ template <typename Header> bool ReadHeader(const PanelBytes& packet, size_t offs
     return true;
 }
 
+size_t HeaderBytes(const struct iphdr& ip)
+{
+    return size_t{ip.ihl} * sizeof(uint32_t);
+}
+
 // Reads a UDP packet's headers at `offset`. Returns false when it is not between our two.
 bool ReadUdp(const PanelBytes& packet, size_t offset, bool& out, size_t& payload)
 {
     struct iphdr ip = {};
     struct udphdr udp = {};
     if (!ReadHeader(packet, offset, ip) || ip.protocol != IPPROTO_UDP ||
-        ip.daddr != htonl(INADDR_LOOPBACK) || !ReadHeader(packet, offset + ip.ihl * 4U, udp)) {
+        ip.daddr != htonl(INADDR_LOOPBACK) || !ReadHeader(packet, offset + HeaderBytes(ip), udp)) {
         return false;
     }
-    payload = offset + ip.ihl * 4U + sizeof(udp);
+    payload = offset + HeaderBytes(ip) + sizeof(udp);
     out = ntohs(udp.dest) == QRCODE_SERVER_PORT;
     return out || ntohs(udp.dest) == QRCODE_PEER_PORT;
 }
@@ -56,9 +61,9 @@ TapNews Look(PanelEvent& event)
         return TAP_DATAGRAM;
     }
     if (ReadHeader(event.datagram, 0, ip) && ip.protocol == IPPROTO_ICMP &&
-        ReadHeader(event.datagram, ip.ihl * 4U, icmp) && icmp.type == ICMP_DEST_UNREACH &&
+        ReadHeader(event.datagram, HeaderBytes(ip), icmp) && icmp.type == ICMP_DEST_UNREACH &&
         icmp.code == ICMP_PORT_UNREACH &&
-        ReadUdp(event.datagram, ip.ihl * 4U + sizeof(icmp), event.out, payload)) {
+        ReadUdp(event.datagram, HeaderBytes(ip) + sizeof(icmp), event.out, payload)) {
         event.datagram.clear();
         return TAP_LOST;
     }
