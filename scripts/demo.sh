@@ -4,22 +4,23 @@
 # prints what it reports to the main application as it comes, then a summary.
 #   demo.sh          the samples
 #   demo.sh PICTURE  one picture of your own
-#   demo.sh FOLDER   a folder of pictures; on a terminal over and over until Ctrl-C, so that pictures
-#                    can be put in and watched
+#   demo.sh FOLDER   a folder of pictures; on a terminal over and over until Ctrl-C, so that
+#                    pictures can be put in and watched
 # A text file NAME.txt beside NAME.png holds the text that is expected of it.
 #   --app COMMAND    runs a main application of your own in the panel's place, with sh -c in this
-#                    folder, and shows the pictures over and over. Prints a line for each line of the
-#                    command's, each picture, and each datagram either way, and a note where a
+#                    folder, and shows the pictures over and over. Prints a line for each line of
+#                    the command's, each picture, and each datagram either way, and a note where a
 #                    datagram does not do what its sender may hope. Ends with the command or on
-#                    Ctrl-C; logs and screen stay in a folder below build/. For the command all files
-#                    are read-only but those in its own /tmp, where of this machine's /tmp only the
-#                    folders of the files named in the command are seen; its standard input is empty.
+#                    Ctrl-C; logs and screen stay in a folder below build/. For the command all
+#                    files are read-only but those in its own /tmp, where of this machine's /tmp
+#                    only the folders of the files named in the command are seen; its standard
+#                    input is empty.
 #   --own-ports      without a private world: on this machine's UDP ports 10000 and 10010 and its
 #                    /Database/doorlog. With --app, datagrams are shown only to root.
-# Ends with 0; 1 when a sample is missed or wrong, or something breaks; 2 on wrong usage or when there
-# is no picture to show; 125 when there can be no private world; 130 when interrupted before each was
-# shown once. With --app: the command's own status (128 and the number of the signal that ended it), 0
-# after Ctrl-C, 1 when the service breaks.
+# Ends with 0; 1 when a sample is missed or wrong, or something breaks; 2 on wrong usage or when
+# there is no picture to show; 125 when there can be no private world; 130 when interrupted before
+# each was shown once. With --app: the command's own status (128 and the number of the signal that
+# ended it), 0 after Ctrl-C, 1 when the service breaks.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly LOG_FOLDER=/Database/doorlog # the service's, fixed

@@ -1,8 +1,8 @@
 #!/bin/bash
 # usage: enter-world.sh PID [COMMAND [ARGUMENT...]]
 # Runs a command, by default a shell, in a private world that is running: with its loopback, its
-# processes, its /tmp and its /Database. PID is that of scripts/private-world.sh --open (demo.sh --app
-# prints it). As root it enters every such world, as another user one's own.
+# processes, its /tmp and its /Database. PID is that of scripts/private-world.sh --open (demo.sh
+# --app prints it). As root it enters every such world, as another user one's own.
 # Ends with the command's status; 1 when there is no such world; 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
