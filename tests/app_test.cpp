@@ -109,6 +109,11 @@ TEST_F(AppTest, TellsWhatAMistakeDoesAndTheServiceAgrees)
           "mode 0 leaves reading on", "because the mode is 0; reading stays on",
           "the sync word is 0x2, not 0x3456"},
          true},
+        {"bind(); hello, sender = link.recvfrom(65536); link.sendto(mode(1), sender)\n"
+         "link.sendto(frame(0x903), ('127.0.0.1', 10000)); receive(0x903); time.sleep(1)",
+         {"not sent to 127.0.0.1:10010: the service reads nothing at the port",
+          "0x903 went to the main application's own port", "no 0x604 came"},
+         false},
         {"link.connect(service); up = 0\n" // refused while the service is not up
          "while up < 100:\n"
          "    time.sleep(0.02)\n"

@@ -95,6 +95,12 @@ LinkNotes Advice_Datagram(LinkAdvice& advice, const PanelEvent& event)
             advice = advice.helloUs == 0 ? advice : LinkAdvice(); // another start
             advice.helloUs = event.timeUs;
         }
+        if (IsReceived(command)) {
+            notes.push_back(Hex(command) +
+                            " went to the main application's own port; the service "
+                            "listens on 127.0.0.1:" +
+                            std::to_string(QRCODE_SERVER_PORT));
+        }
         return notes;
     }
     if (event.datagram.empty()) {
@@ -135,6 +141,12 @@ LinkNotes Advice_Lost(LinkAdvice& advice, const PanelEvent& event)
     note += hello ? "; 0x602 is sent once only"
                   : "; it does not come again while the code stays in view";
     return {note + ". The service sends there, never to where a command came from"};
+}
+
+LinkNotes Advice_Astray()
+{
+    return {"not sent to 127.0.0.1:" + std::to_string(QRCODE_SERVER_PORT) +
+            ": the service reads nothing at the port that its frames come from"};
 }
 
 LinkNotes Advice_Time(LinkAdvice& advice, int64_t nowUs)

@@ -43,6 +43,9 @@ LinkNotes Advice_Datagram(LinkAdvice& advice, const PanelEvent& event);
 // Nobody received that datagram: its port was not bound.
 LinkNotes Advice_Lost(LinkAdvice& advice, const PanelEvent& event);
 
+// The main application has sent a datagram from its port to another one than the service's.
+LinkNotes Advice_Astray();
+
 // It is `nowUs`, and all that happened before was told.
 LinkNotes Advice_Time(LinkAdvice& advice, int64_t nowUs);
 

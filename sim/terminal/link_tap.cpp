@@ -36,18 +36,21 @@ size_t HeaderBytes(const struct iphdr& ip)
     return size_t{ip.ihl} * sizeof(uint32_t);
 }
 
-// Reads a UDP packet's headers at `offset`. Returns false when it is not between our two.
-bool ReadUdp(const PanelBytes& packet, size_t offset, bool& out, size_t& payload)
+// Reads a UDP packet's headers at `offset`; sets the payload's offset. Returns TAP_NONE when it is
+// not between our two.
+TapNews ReadUdp(const PanelBytes& packet, size_t offset, bool& out, size_t& payload)
 {
     struct iphdr ip = {};
     struct udphdr udp = {};
     if (!ReadHeader(packet, offset, ip) || ip.protocol != IPPROTO_UDP ||
         ip.daddr != htonl(INADDR_LOOPBACK) || !ReadHeader(packet, offset + HeaderBytes(ip), udp)) {
-        return false;
+        return TAP_NONE;
     }
     payload = offset + HeaderBytes(ip) + sizeof(udp);
-    out = ntohs(udp.dest) == QRCODE_SERVER_PORT;
-    return out || ntohs(udp.dest) == QRCODE_PEER_PORT;
+    out = ntohs(udp.dest) != QRCODE_PEER_PORT;
+    return !out || ntohs(udp.dest) == QRCODE_SERVER_PORT ? TAP_DATAGRAM
+           : ntohs(udp.source) == QRCODE_PEER_PORT       ? TAP_ASTRAY
+                                                         : TAP_NONE;
 }
 
 TapNews Look(PanelEvent& event)
@@ -55,15 +58,17 @@ TapNews Look(PanelEvent& event)
     struct iphdr ip = {};
     struct icmphdr icmp = {};
     size_t payload = 0;
-    if (ReadUdp(event.datagram, 0, event.out, payload)) {
+    const TapNews news = ReadUdp(event.datagram, 0, event.out, payload);
+    if (news != TAP_NONE) {
         event.datagram.erase(event.datagram.begin(),
                              event.datagram.begin() + static_cast<std::ptrdiff_t>(payload));
-        return TAP_DATAGRAM;
+        return news;
     }
     if (ReadHeader(event.datagram, 0, ip) && ip.protocol == IPPROTO_ICMP &&
         ReadHeader(event.datagram, HeaderBytes(ip), icmp) && icmp.type == ICMP_DEST_UNREACH &&
         icmp.code == ICMP_PORT_UNREACH &&
-        ReadUdp(event.datagram, HeaderBytes(ip) + sizeof(icmp), event.out, payload)) {
+        ReadUdp(event.datagram, HeaderBytes(ip) + sizeof(icmp), event.out, payload) ==
+            TAP_DATAGRAM) {
         event.datagram.clear();
         return TAP_LOST;
     }

@@ -16,6 +16,7 @@ int Tap_Open(std::string& error);
 enum TapNews {
     TAP_NONE,     // nothing is there
     TAP_DATAGRAM, // `event` is one to QRCODE_PEER_PORT, or (`out`) to QRCODE_SERVER_PORT
+    TAP_ASTRAY,   // ... from QRCODE_PEER_PORT to another port of 127.0.0.1; `out`
     TAP_LOST      // nothing is bound to the port of an earlier one; `event.out` says which
 };
 

@@ -84,8 +84,12 @@ void TakeTap(AppSession& session)
             AddNotes(session, event.timeUs, Advice_Lost(session.advice, last));
             continue;
         }
-        last = event;
         session.lines.emplace(event.timeUs, Panel_EventLine(event));
+        if (news == TAP_ASTRAY) {
+            AddNotes(session, event.timeUs, Advice_Astray());
+            continue;
+        }
+        last = event;
         AddNotes(session, event.timeUs, Advice_Datagram(session.advice, event));
     }
 }
