@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 namespace
 {
@@ -88,7 +87,8 @@ LinkNotes Advice_Datagram(LinkAdvice& advice, const PanelEvent& event)
 {
     LinkNotes notes;
     MsgHead head = {};
-    std::memcpy(&head, event.datagram.data(), std::min(event.datagram.size(), sizeof(head)));
+    std::copy_n(event.datagram.begin(), std::min(event.datagram.size(), sizeof(head)),
+                reinterpret_cast<uint8_t*>(&head)); // what is missing reads as zero
     const auto command = static_cast<uint32_t>(head.nMsgCommand);
     if (!event.out) {
         if (command == MSG_CMD_QRCODE_START) {

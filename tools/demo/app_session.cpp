@@ -125,17 +125,18 @@ void TakeNews(AppSession& session, Terminal& terminal, Program& command)
     CameraEvent camera;
     PanelEvent none;
     std::string line;
-    int64_t nowUs = Panel_NowUs();
     for (TerminalNews news = terminal.Next(TICK_MS, camera, none, line); news != NEWS_NONE;
          news = terminal.Next(0, camera, none, line)) {
+        TakeTap(session); // what led to it
         if (news == NEWS_CAMERA) {
             TakeCamera(session, camera);
         } else if (!Screen_IsNoise(line)) {
             Add(session, Panel_NowUs(), "srv", line);
         }
     }
+    const int64_t nowUs = Panel_NowUs();
     TakeTap(session);
-    AddNotes(session, nowUs, Advice_Time(session.advice, nowUs)); // all before was taken
+    AddNotes(session, nowUs, Advice_Time(session.advice, nowUs)); // all before it was taken
     TakeCommand(session, command);
     PrintLines(session);
 }
@@ -143,8 +144,8 @@ void TakeNews(AppSession& session, Terminal& terminal, Program& command)
 // Starts the service once its main application is there, or should have been.
 bool LaunchWhenDue(AppSession& session, Terminal& terminal, std::string& error)
 {
-    const bool bound = Panel_IsBound(QRCODE_PEER_PORT);
     const bool late = Panel_NowUs() - session.startUs >= BIND_WAIT_MS * US_PER_MS;
+    const bool bound = !session.launched && Panel_IsBound(QRCODE_PEER_PORT);
     if (session.launched || (!bound && !late)) {
         return true;
     }
@@ -198,6 +199,9 @@ bool OpenRecord(AppSession& session, const std::string& path, std::string& error
     if (!path.empty()) {
         session.record.reset(std::fopen(path.c_str(), "we"));
         error = path + ": " + std::strerror(errno);
+    }
+    if (session.record != nullptr) {
+        std::setvbuf(session.record.get(), nullptr, _IOLBF, BUFSIZ); // to be followed meanwhile
     }
     return path.empty() || session.record != nullptr;
 }
