@@ -1,5 +1,6 @@
 #!/bin/bash
-# usage: private-world.sh [--see PATH]... [--write FOLDER]... -- COMMAND [ARGUMENT...]
+# usage: private-world.sh [--see PATH]... [--follow PATH]... [--write FOLDER]... [--log FOLDER]
+#                         [--open] -- COMMAND [ARGUMENT...]
 # Runs a command in a world of its own, made with bubblewrap: its own loopback network, its own
 # processes (they end with the command), an empty /tmp and an empty, writable /Database/doorlog of 16
 # MiB. Everything else of this machine is there at its own path, read-only, but not /sys. Ends when
@@ -7,7 +8,11 @@
 #
 # So several services can run side by side on their fixed ports, and leave nothing behind.
 #   --see PATH      keep PATH visible, read-only, when it lies below /tmp, /Database, /dev or /sys
+#   --follow PATH   the same, and also when PATH is deleted and made again meanwhile
 #   --write FOLDER  let the command write there
+#   --log FOLDER    FOLDER is /Database/doorlog in there, and keeps what is written
+#   --open          let the command watch the loopback's packets, and scripts/enter-world.sh in; in
+#                   there the command takes itself for root
 # Ends with the command's status, 2 on wrong usage, or 125 when there can be no such world.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -16,7 +21,10 @@ readonly EXIT_NO_WORLD=125 # not a status that the commands in here end with
 
 help_if_asked "$@"
 seen=("$project")
+followed=()
 written=()
+log=
+open=()
 while (($# > 0)) && [[ $1 != -- ]]; do
     case $1 in
     --see)
@@ -30,6 +38,26 @@ while (($# > 0)) && [[ $1 != -- ]]; do
         [[ -d $2 ]] || fail -2 "--write: no such folder: $2"
         written+=("$(realpath -- "$2")")
         shift 2
+        ;;
+    --follow)
+        (($# >= 2)) || fail -2 "--follow wants a path"
+        [[ -e $2 ]] || fail -2 "--follow: no such file or folder: $2"
+        followed+=("$(realpath -s -- "$2")")
+        [[ ! -L $2 ]] || followed+=("$(realpath -- "$2")")
+        shift 2
+        ;;
+    --log)
+        (($# >= 2)) || fail -2 "--log wants a folder"
+        [[ -d $2 ]] || fail -2 "--log: no such folder: $2"
+        log=$(realpath -- "$2")
+        shift 2
+        ;;
+    --open)
+        # Another user than root: in a second user namespace, as bwrap makes it for any other user
+        # id, the network would not be the command's own.
+        open=(--cap-add CAP_NET_RAW)
+        ((EUID == 0)) || open+=(--unshare-user --uid 0 --gid 0)
+        shift
         ;;
     *)
         fail -2 "unexpected \"$1\"; see $script --help"
@@ -62,10 +90,32 @@ for path in "${seen[@]}"; do
     /tmp | /Database | /dev | /proc | /proc/*) fail -2 "--see: $path is the world's own" ;;
     esac
 done
+# True when PATH lies in what is seen anyway.
+is_seen()
+{
+    local folder
+    for folder in "${seen[@]}"; do
+        [[ $1/ != "$folder"/* ]] || return 0
+    done
+    return 1
+}
+for path in ${followed[@]+"${followed[@]}"}; do
+    ! is_seen "$path" || continue
+    case $path in
+    /tmp/* | /Database/* | /dev/* | /sys/*) # found anew by its name in the folder that holds it
+        world+=(--ro-bind "${path%/*}" "/outside${path%/*}" --symlink "/outside$path" "$path")
+        ;;
+    /tmp | /Database | /dev | /proc | /proc/*) fail -2 "--follow: $path is the world's own" ;;
+    esac
+done
 world+=(--remount-ro /)
 for path in ${written[@]+"${written[@]}"}; do
     world+=(--bind "$path" "$path")
 done
+if [[ -n $log ]]; then
+    world+=(--bind "$log" /Database/doorlog)
+fi
+world+=(${open[@]+"${open[@]}"})
 
 # Tried first: what bwrap says about the world must not be taken for what the command says.
 here=$(pwd -P 2> /dev/null || echo /)

@@ -5,7 +5,9 @@
 #include "allowances.h"
 #include "demo_tally.h"
 #include "files.h"
+#include "message.h"
 #include "programs.h"
+#include "udp_peer.h"
 
 namespace
 {
@@ -193,13 +195,36 @@ TEST_F(DemoTest, EndsWithTheStatusOfItsOutcome)
 
     Put("plain.png", "right", PLAIN_TEXT);
     EXPECT_EQ(0, Run({"--strict"}).status);
-    if (std::string(EMULATOR).empty()) { // else the shell would not find the demo
-        std::vector<std::string> shell = {"/bin/sh", "-c", "exec \"$@\" > /dev/full", "sh"};
+    for (const char* const output : {"> /dev/full", ">&-"}) {
+        if (!std::string(EMULATOR).empty()) {
+            continue; // the shell would not find the demo
+        }
+        std::vector<std::string> shell = {"/bin/sh", "-c", std::string("exec \"$@\" ") + output,
+                                          "sh"};
+        UseService("echo started");
         const std::vector<std::string> command = Command({"--once"});
         shell.insert(shell.end(), command.begin(), command.end());
         const Ended full = RunProgram(shell);
-        EXPECT_EQ(1, full.Lines("demo: the output cannot be written"));
-        EXPECT_EQ(1, full.status);
+        EXPECT_EQ(1, full.Lines("demo: the output cannot be written")) << output;
+        EXPECT_EQ(0, full.Lines("service: started")) << output;
+        EXPECT_EQ(1, full.status) << output;
+    }
+}
+
+TEST_F(DemoTest, LongNamesKeepTheColumnAndTakenPortsAreSaid)
+{
+    const std::string longName = "a-" + std::string(50, 'x') + "-z";
+    Put("plain.png", "short", PLAIN_TEXT);
+    Put("plain.png", longName, PLAIN_TEXT);
+    const Ended demo = Run();
+    EXPECT_EQ(
+        1, demo.Lines("a-" + std::string(17, 'x') + "..." + std::string(12, 'x') + "-z.png  ok "));
+    EXPECT_EQ(1, demo.Lines("short.png" + std::string(40 - 9, ' ') + "  ok "));
+    for (const int port : {QRCODE_SERVER_PORT, QRCODE_PEER_PORT}) {
+        const UdpPeer taker(port);
+        const Ended refused = Run();
+        EXPECT_EQ(1, refused.Lines("has UDP port " + std::to_string(port)));
+        EXPECT_EQ(1, refused.status);
     }
 }
 

@@ -4,8 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
+#include <pty.h>
 #include <regex>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 
 #include "service.h"
@@ -324,6 +327,51 @@ TEST(PanelTest, RefusesWrongUsageAndATakenPort)
     const Ended ended = RunProgram(Emulated({PANEL}));
     EXPECT_EQ(1, ended.Lines("10000"));
     EXPECT_EQ(2, ended.status);
+}
+
+// Types into a shell on a terminal of its own, as a person does.
+TEST(PanelTest, ObeysItsWordsAgainInTheForeground)
+{
+    const UdpPeer service(QRCODE_SERVER_PORT);
+    ASSERT_TRUE(service.bound);
+    int keyboard = -1;
+    const pid_t shell = forkpty(&keyboard, nullptr, nullptr, nullptr);
+    ASSERT_GE(shell, 0);
+    if (shell == 0) {
+        execlp("bash", "bash", "--norc", "--noediting", "-i", nullptr);
+        _exit(127);
+    }
+    std::string screen;
+    const auto shows = [&](const std::string& part) {
+        pollfd ready = {keyboard, POLLIN, 0};
+        char bytes[1024];
+        while (screen.find(part) == std::string::npos && poll(&ready, 1, 20000) > 0) {
+            const ssize_t length = read(keyboard, bytes, sizeof(bytes));
+            if (length <= 0) {
+                return false;
+            }
+            screen.append(bytes, static_cast<size_t>(length));
+        }
+        return screen.find(part) != std::string::npos;
+    };
+    const auto type = [&](const std::string& line) {
+        EXPECT_LT(0, write(keyboard, line.data(), line.size()));
+    };
+    std::string command;
+    for (const std::string& word : Emulated({PANEL, "--no-enable"})) {
+        command += word + " ";
+    }
+    type(command + "&\n");
+    EXPECT_TRUE(shows("panel: listening")) << screen;
+    type("echo not $((40 + 2)) panel\n"); // the shell's, while the panel is in the background
+    EXPECT_TRUE(shows("not 42 panel")) << screen;
+    type("fg\nenable\n");
+    std::string frame;
+    EXPECT_TRUE(service.Receive(frame)) << screen;
+    EXPECT_EQ("\x03\x09", frame.substr(4, 2));
+    kill(shell, SIGKILL);
+    close(keyboard); // hangs the panel up
+    waitpid(shell, nullptr, 0);
 }
 
 TEST(PanelTest, ObeysItsWordsAndCountsTime)

@@ -1,10 +1,12 @@
 // The panel: takes the place of the terminal's main application at the other end of the service's
 // datagrams. Prints them on standard output, one a line; everything else on standard error.
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <limits>
 #include <map>
 #include <poll.h>
 #include <string>
@@ -20,8 +22,9 @@ namespace
 {
 
 enum {
-    EXIT_TIME = 1,        // the time ran out before the count was reached
-    INPUT_LINE_MAX = 1024 // bytes of a line on standard input
+    EXIT_TIME = 1,           // the time ran out before the count was reached
+    INPUT_LINE_MAX = 1024,   // bytes of a line on standard input
+    FOREGROUND_LOOK_MS = 200 // between looks whether a shell has brought us there
 };
 
 const double SECONDS_MAX = 1e6; // in ms still an int
@@ -117,11 +120,18 @@ void Obey(Panel& panel, const std::string& line)
     }
 }
 
+// False while another job has the terminal: a read of standard input would fail.
+bool InputIsOurs()
+{
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    return foreground < 0 || foreground == getpgrp(); // below 0: no terminal, or not ours
+}
+
 void TakeInput(Panel& panel)
 {
     char bytes[INPUT_LINE_MAX];
     const ssize_t got = read(STDIN_FILENO, bytes, sizeof(bytes));
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
+    if (got < 0 && (errno == EINTR || errno == EAGAIN || (errno == EIO && !InputIsOurs()))) {
         return;
     }
     if (got <= 0) { // a last line without its end counts
@@ -147,13 +157,16 @@ int Work(Panel& panel)
 {
     Stop_TakeSignals();
     std::signal(SIGTTIN, SIG_IGN); // in a shell's background: keep running, without the input
+    const int noLimitMs = std::numeric_limits<int>::max();
     const bool limited = panel.seconds > 0.0;
     const Deadline deadline(static_cast<int>(panel.seconds * 1000.0));
     for (;;) {
-        pollfd fds[2] = {{panel.fd, POLLIN, 0}, {panel.inputOpen ? STDIN_FILENO : -1, POLLIN, 0}};
-        const int leftMs = deadline.LeftMs();
-        const struct timespec left = {leftMs / 1000, (leftMs % 1000) * 1000000L};
-        if (ppoll(fds, 2, limited ? &left : nullptr, Stop_WaitMask()) > 0) {
+        const bool inputOurs = panel.inputOpen && InputIsOurs();
+        const int waitMs = std::min(limited ? deadline.LeftMs() : noLimitMs,
+                                    panel.inputOpen && !inputOurs ? FOREGROUND_LOOK_MS : noLimitMs);
+        pollfd fds[2] = {{panel.fd, POLLIN, 0}, {inputOurs ? STDIN_FILENO : -1, POLLIN, 0}};
+        const struct timespec wait = {waitMs / 1000, (waitMs % 1000) * 1000000L};
+        if (ppoll(fds, 2, &wait, Stop_WaitMask()) > 0) {
             if (fds[0].revents != 0) {
                 TakeDatagram(panel);
             }

@@ -49,19 +49,6 @@ PanelBytes Frame(int32_t command, uint32_t payload)
     return datagram;
 }
 
-// "hh:mm:ss.uuuuuu", local time.
-std::string ClockText(int64_t timeUs)
-{
-    const time_t seconds = static_cast<time_t>(timeUs / US_PER_S);
-    struct tm local = {};
-    localtime_r(&seconds, &local);
-    char clock[16];
-    std::strftime(clock, sizeof(clock), "%H:%M:%S", &local);
-    char all[32];
-    std::snprintf(all, sizeof(all), "%s.%06d", clock, static_cast<int>(timeUs % US_PER_S));
-    return all;
-}
-
 std::string CommandText(int32_t command)
 {
     char hex[16];
@@ -75,6 +62,18 @@ bool HasMode(const MsgHead& head, const PanelBytes& datagram)
 }
 
 } // namespace
+
+std::string Panel_ClockText(int64_t timeUs)
+{
+    const time_t seconds = static_cast<time_t>(timeUs / US_PER_S);
+    struct tm local = {};
+    localtime_r(&seconds, &local);
+    char clock[16];
+    std::strftime(clock, sizeof(clock), "%H:%M:%S", &local);
+    char all[32];
+    std::snprintf(all, sizeof(all), "%s.%06d", clock, static_cast<int>(timeUs % US_PER_S));
+    return all;
+}
 
 PanelBytes Panel_CommandFrame(int32_t command)
 {
@@ -108,7 +107,7 @@ std::string Panel_ResultText(const PanelBytes& datagram)
 
 std::string Panel_EventLine(const PanelEvent& event)
 {
-    std::string line = ClockText(event.timeUs) + (event.out ? " out " : " in  ");
+    std::string line = Panel_ClockText(event.timeUs) + (event.out ? " out " : " in  ");
     const std::string bytes = std::to_string(event.datagram.size()) + " bytes";
     MsgHead head;
     if (!Panel_ReadHead(event.datagram, head)) {

@@ -32,6 +32,9 @@ struct PanelEvent {
     PanelBytes datagram;
 };
 
+// "hh:mm:ss.uuuuuu", local time.
+std::string Panel_ClockText(int64_t timeUs);
+
 // One line without its line end for a person: local time, direction, command, what it carries.
 std::string Panel_EventLine(const PanelEvent& event);
 

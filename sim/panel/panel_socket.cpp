@@ -2,16 +2,19 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <netinet/in.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace
 {
 
-enum { PANEL_RECV_MAX = 65536 }; // bytes: no UDP datagram is longer
+enum { PANEL_RECV_MAX = 65536 }; // bytes: no UDP datagram is longer, nor a packet on loopback
 
 struct sockaddr_in LoopbackAddr(uint16_t port)
 {
@@ -55,13 +58,44 @@ int Panel_OpenSocket(std::string& error)
     return fd;
 }
 
+bool Panel_IsBound(uint16_t port)
+{
+    // A socket for IPv6 takes IPv4's datagrams too, unless it was told not to; that does not show.
+    const std::string addresses[] = {"0100007F", "00000000", std::string(32, '0'),
+                                     "0000000000000000FFFF00000100007F"};
+    char end[8];
+    std::snprintf(end, sizeof(end), ":%04X", static_cast<unsigned int>(port));
+    for (const char* const table : {"/proc/net/udp", "/proc/net/udp6"}) {
+        std::ifstream sockets(table);
+        std::string line;
+        while (std::getline(sockets, line)) {
+            std::string slot;
+            std::string local;
+            std::istringstream(line) >> slot >> local;
+            for (const std::string& address : addresses) {
+                if (local == address + end) {
+                    return true;
+                }
+            }
+        }
+    }
+    return false;
+}
+
 bool Panel_Receive(int fd, PanelEvent& event)
+{
+    return Panel_ReceiveFrom(fd, event, nullptr, 0);
+}
+
+bool Panel_ReceiveFrom(int fd, PanelEvent& event, void* from, size_t fromBytes)
 {
     event.out = false;
     event.datagram.resize(PANEL_RECV_MAX);
     struct iovec part = {event.datagram.data(), event.datagram.size()};
     alignas(struct cmsghdr) char control[256] = {};
     struct msghdr msg = {};
+    msg.msg_name = from;
+    msg.msg_namelen = static_cast<socklen_t>(fromBytes);
     msg.msg_iov = &part;
     msg.msg_iovlen = 1;
     msg.msg_control = control;

@@ -13,8 +13,14 @@ int Panel_OpenSocket(std::string& error);
 // Microseconds since the epoch.
 int64_t Panel_NowUs();
 
-// Takes one datagram that is there already. Returns false when there is none.
+// True when a UDP socket of this network namespace is bound to the port and gets what is sent to
+// 127.0.0.1 there.
+bool Panel_IsBound(uint16_t port);
+
+// Takes one datagram that is there already. Returns false when there is none. ReceiveFrom takes the
+// sender's address too, of the kind that the socket has.
 bool Panel_Receive(int fd, PanelEvent& event);
+bool Panel_ReceiveFrom(int fd, PanelEvent& event, void* from, size_t fromBytes);
 
 // Sends one datagram to the service and makes the event of it. Returns false, with the reason in
 // `error`, when sendto fails; it does not fail when nobody listens.

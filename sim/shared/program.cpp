@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <pty.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "wait.h"
@@ -60,6 +62,20 @@ enum {
     _exit(127);
 }
 
+// A pseudo terminal that passes on what is written as it is: `ends[0]` ours, `ends[1]` the
+// program's.
+bool OpenTerminal(int ends[2])
+{
+    struct termios plain = {};
+    if (openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) != 0) {
+        return false;
+    }
+    tcgetattr(ends[1], &plain);
+    cfmakeraw(&plain);
+    tcsetattr(ends[1], TCSANOW, &plain);
+    return fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0;
+}
+
 void Close(int& fd)
 {
     if (fd >= 0) {
@@ -85,7 +101,7 @@ bool Program::Start(const ProgramOptions& options, std::string& error)
     }
     if (options.quiet) {
         out[1] = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    } else if (pipe2(out, O_CLOEXEC) == 0) {
+    } else if (options.terminal ? OpenTerminal(out) : pipe2(out, O_CLOEXEC) == 0) {
         fcntl(out[0], F_SETFL, O_NONBLOCK);
     }
     input_ = in[1];
@@ -95,6 +111,10 @@ bool Program::Start(const ProgramOptions& options, std::string& error)
     pid_ = ready ? fork() : -1;
     if (pid_ == 0) {
         RunProgram(options, in[0], out[1], parent);
+    }
+    group_ = pid_;
+    if (pid_ > 0) {
+        setpgid(pid_, pid_); // the child does it too: whoever comes first
     }
     error = std::string(ready ? "no process: " : "no pipe: ") + std::strerror(errno);
     Close(in[0]);
@@ -121,7 +141,7 @@ int Program::Wait(int waitMs)
 void Program::Stop()
 {
     if (Running()) {
-        kill(pid_, SIGTERM);
+        kill(-group_, SIGTERM);
         Wait_Until([this] { return !Running(); }, STOP_MS);
     }
     Kill();
@@ -131,8 +151,11 @@ void Program::Stop()
 
 void Program::Kill()
 {
+    if (group_ > 0) {
+        kill(-group_, SIGKILL);
+        group_ = -1;
+    }
     if (pid_ > 0) {
-        kill(pid_, SIGKILL);
         waitpid(pid_, &status_, 0);
         pid_ = -1;
     }

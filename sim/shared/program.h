@@ -13,6 +13,7 @@ struct ProgramOptions {
     std::vector<std::string> environment; // NAME=VALUE each, on top of our own
     bool quiet = false;                   // its output goes to /dev/null, not to us
     bool input = false;                   // standard input is a pipe for Say; otherwise /dev/null
+    bool terminal = false;                // its output is a terminal, so that it keeps nothing back
     size_t stackBytes = 0;                // limit of its stack, 0 for our own
 };
 
@@ -40,11 +41,15 @@ public:
     // time.
     int Wait(int waitMs = 20000);
 
-    // SIGTERM, then SIGKILL after 2 s. Waits for the end and closes the pipes. Does nothing for a
-    // program that was never started.
+    // waitpid's status, once its end was seen.
+    int EndStatus() const { return status_; }
+
+    // SIGTERM, then SIGKILL after 2 s, to all of its process group; waits for the end and closes
+    // the pipes. What it started and left behind is killed too. Does nothing for a program that was
+    // never started.
     void Stop();
 
-    // SIGKILL; waits for the end.
+    // SIGKILL to all of its process group; waits for the end.
     void Kill();
 
     pid_t Pid() const { return pid_; } // -1 before the start and once the end was seen
@@ -71,7 +76,8 @@ public:
 
 private:
     pid_t pid_ = -1;
-    int status_ = -1; // waitpid's
+    pid_t group_ = -1; // outlives the program while members are left
+    int status_ = -1;  // waitpid's
     int input_ = -1;
     int output_ = -1;
     std::string rest_; // of a line whose end has not come

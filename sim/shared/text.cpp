@@ -70,6 +70,16 @@ size_t Behind(const std::string& text, size_t at)
     return at + std::max<size_t>(Utf8Length(text, at), 1);
 }
 
+// Bytes of the text's first so many characters.
+size_t BytesOf(const std::string& text, size_t characters)
+{
+    size_t bytes = 0;
+    for (size_t i = 0; i < characters && bytes < text.size(); ++i) {
+        bytes = Behind(text, bytes);
+    }
+    return bytes;
+}
+
 } // namespace
 
 std::string Text_Escape(const std::string& text)
@@ -98,6 +108,7 @@ std::string Text_Hex(const std::string& bytes)
     }
     return hex;
 }
+
 size_t Text_Characters(const std::string& text)
 {
     size_t characters = 0;
@@ -110,10 +121,7 @@ size_t Text_Characters(const std::string& text)
 std::string Text_Shown(const std::string& text)
 {
     const std::string escaped = Text_Escape(text);
-    size_t bytes = 0;
-    for (int i = 0; i < TEXT_SHOWN && bytes < escaped.size(); ++i) {
-        bytes = Behind(escaped, bytes);
-    }
+    const size_t bytes = BytesOf(escaped, TEXT_SHOWN);
     if (bytes == escaped.size()) {
         return "\"" + escaped + "\"";
     }
@@ -124,4 +132,16 @@ std::string Text_Padded(const std::string& text, size_t characters)
 {
     const size_t used = Text_Characters(text);
     return text + std::string(used < characters ? characters - used : 0, ' ');
+}
+
+std::string Text_Fitted(const std::string& text, size_t characters)
+{
+    const std::string gap = "...";
+    const size_t all = Text_Characters(text);
+    if (all <= characters) {
+        return Text_Padded(text, characters);
+    }
+    const size_t end = (characters - gap.size()) / 2;
+    const size_t begin = characters - gap.size() - end;
+    return text.substr(0, BytesOf(text, begin)) + gap + text.substr(BytesOf(text, all - end));
 }

@@ -20,4 +20,8 @@ size_t Text_Characters(const std::string& text);
 // The text with blanks behind it, for a column of so many characters; a longer one as it is.
 std::string Text_Padded(const std::string& text, size_t characters);
 
+// The same, but a longer text is cut in the middle, with "..." there, to exactly so many (5 at
+// least).
+std::string Text_Fitted(const std::string& text, size_t characters);
+
 #endif

@@ -2,11 +2,13 @@
 // QRCODE_PEER_PORT and the service's log folder to be its own; scripts/demo.sh sees to that.
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <limits>
 #include <unistd.h>
 
+#include "app_session.h"
 #include "command_line.h"
 #include "demo_screen.h"
 #include "demo_tally.h"
@@ -32,6 +34,8 @@ struct DemoOptions {
     int viewMs = 600;    // a picture on view: several readings; 28 pictures take below 20 s
     bool once = false;   // every picture once, even a folder's on a terminal
     bool strict = false; // a missed or wrong picture is a failure
+    std::string app;     // command in the panel's place, or empty
+    std::string record;  // file for its screen, or empty
 };
 
 struct DemoSession {
@@ -53,26 +57,12 @@ std::string ScenePath(const std::string& scene)
     return (path.has_filename() ? path : path.parent_path()).string();
 }
 
-// What a person need not see: zbar's warnings about its own assertions, of two lines each, which it
-// prints for many a picture, and the camera's line about a file that it skips, which is an event
-// too.
-bool IsNoise(const std::string& line)
-{
-    return line.rfind("WARNING: ", 0) == 0 || line.rfind('\t', 0) == 0 ||
-           line.rfind("sim: skipped ", 0) == 0;
-}
-
 double EpochSeconds()
 {
     return static_cast<double>(Panel_NowUs()) / 1e6;
 }
 
-void Error(const std::string& what)
-{
-    std::fprintf(stderr, "demo: %s\n", what.c_str());
-}
-
-void Show(const DemoSession& session, const std::vector<DemoNews>& news)
+void ShowNews(const DemoSession& session, const std::vector<DemoNews>& news)
 {
     for (const DemoNews& item : news) {
         Screen_News(session.screen, item);
@@ -116,7 +106,7 @@ void TakeNews(DemoSession& session, Terminal& terminal)
             TakeCamera(session, camera);
         } else if (news == NEWS_DATAGRAM) {
             TakeDatagram(session, datagram);
-        } else if (!IsNoise(line)) {
+        } else if (!Screen_IsNoise(line)) {
             std::fprintf(stderr, "service: %s\n", line.c_str());
         }
     }
@@ -148,7 +138,7 @@ int Watch(DemoSession& session, Terminal& terminal)
     for (;;) {
         TakeNews(session, terminal);
         const double settled = EpochSeconds() - SETTLE_S;
-        Show(session, Tally_Judge(session.tally, std::min(settled, session.roundEnd)));
+        ShowNews(session, Tally_Judge(session.tally, std::min(settled, session.roundEnd)));
         if (settled >= session.roundEnd) {
             return 0;
         }
@@ -157,11 +147,11 @@ int Watch(DemoSession& session, Terminal& terminal)
         if (!Stop_Asked() && trouble.empty()) {
             continue;
         }
-        Show(session, Tally_Break(session.tally));
+        ShowNews(session, Tally_Break(session.tally));
         if (Stop_Asked()) {
             return session.endless ? 0 : EXIT_STOPPED;
         }
-        Error(trouble);
+        Screen_Error(trouble);
         return EXIT_FAILED;
     }
 }
@@ -175,7 +165,7 @@ int Conclude(const DemoSession& session, int exitStatus)
         Screen_Summary(session.screen, summary);
     }
     if (complete && summary.shown == 0) {
-        Error("no picture that can be read: " + session.options.scene);
+        Screen_Error("no picture that can be read: " + session.options.scene);
         return EXIT_USAGE;
     }
     const bool flawed = summary.missed > 0 || summary.wrong > 0;
@@ -185,7 +175,11 @@ int Conclude(const DemoSession& session, int exitStatus)
 void Greet(const DemoSession& session)
 {
     const double viewS = session.options.viewMs / 1000.0;
-    if (session.endless) {
+    if (!session.options.app.empty()) {
+        std::printf("Showing %s to the camera, each picture %g s, over and over, to the main "
+                    "application\n%s\nCtrl-C ends.\n\n",
+                    session.options.scene.c_str(), viewS, session.options.app.c_str());
+    } else if (session.endless) {
         std::printf("Showing the pictures of %s to the camera, %g s each, over and over. Put more "
                     "in while it\nruns; Ctrl-C ends.\n\n",
                     session.options.scene.c_str(), viewS);
@@ -199,43 +193,76 @@ void Greet(const DemoSession& session)
 // Starts the service with the simulated camera, stands in for its main application, and watches.
 // Ends after every picture was shown once; a folder on a terminal, unless options.once, goes on
 // until SIGINT or SIGTERM. Returns the status to exit with.
-int ShowAll(const DemoOptions& options)
+int ShowAll(DemoSession& session)
 {
-    DemoSession session;
-    session.options = options;
-    session.options.scene = ScenePath(options.scene);
-    std::string error;
-    if (!Sim_ListPictures(session.options.scene, session.listed, error)) {
-        Error(error);
-        return EXIT_USAGE;
-    }
-    session.endless = !options.once && std::filesystem::is_directory(session.options.scene) &&
-                      isatty(STDOUT_FILENO) == 1;
-    if (session.listed.empty() && !session.endless) {
-        Error("no picture in " + session.options.scene);
-        return EXIT_USAGE;
-    }
-    Stop_TakeSignals();
     session.screen = Screen_Open(session.listed, EpochSeconds());
-    Greet(session);
-
     TerminalOptions setting;
-    setting.service = {options.service};
+    setting.service = {session.options.service};
     setting.scene = session.options.scene;
-    setting.viewMs = options.viewMs;
+    setting.viewMs = session.options.viewMs;
     setting.cameraEvents = true;
     Terminal terminal(setting);
+    std::string error;
     int exitStatus = EXIT_FAILED;
     if (terminal.Launch(error)) {
         exitStatus = Conclude(session, Watch(session, terminal));
     } else {
-        Error(error);
+        Screen_Error(error);
     }
-    if (exitStatus == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-        Error("the output cannot be written");
+    return exitStatus != EXIT_FAILED && !Screen_CanWrite() ? EXIT_FAILED : exitStatus;
+}
+
+// Finds the pictures, and whether they are shown over and over.
+bool ListPictures(DemoSession& session, std::string& error)
+{
+    const DemoOptions& options = session.options;
+    if (!Sim_ListPictures(options.scene, session.listed, error)) {
+        return false;
+    }
+    const bool watched =
+        !options.once && std::filesystem::is_directory(options.scene) && isatty(STDOUT_FILENO) == 1;
+    session.endless = watched || !options.app.empty();
+    error = "no picture in " + options.scene;
+    return !session.listed.empty() || session.endless;
+}
+
+// True when service and main application can have their ports; says so otherwise. The service
+// itself would bind beside another one.
+bool PortsAreFree()
+{
+    for (const uint16_t port : {QRCODE_SERVER_PORT, QRCODE_PEER_PORT}) {
+        if (Panel_IsBound(port)) {
+            Screen_Error("another program has UDP port " + std::to_string(port) + "; end it first");
+            return false;
+        }
+    }
+    return true;
+}
+
+int Show(const DemoOptions& options)
+{
+    DemoSession session;
+    std::string error;
+    session.options = options;
+    session.options.scene = ScenePath(options.scene);
+    if (!ListPictures(session, error)) {
+        Screen_Error(error);
+        return EXIT_USAGE;
+    }
+    Stop_TakeSignals();
+    std::signal(SIGPIPE, SIG_IGN); // output that nobody reads any more cannot be written
+    if (!PortsAreFree()) {
         return EXIT_FAILED;
     }
-    return exitStatus;
+    Greet(session);
+    if (!Screen_CanWrite()) {
+        return EXIT_FAILED;
+    }
+    if (!options.app.empty()) {
+        return App_Run(
+            {options.app, options.service, session.options.scene, options.viewMs, options.record});
+    }
+    return ShowAll(session);
 }
 
 int Run(int argc, char** argv)
@@ -254,11 +281,14 @@ int Run(int argc, char** argv)
     app.add_flag("--once", options.once,
                  "Show each picture once (a folder on a terminal goes on otherwise)");
     app.add_flag("--strict", options.strict, "End with status 1 when one is missed or wrong");
+    app.add_option("--app", options.app,
+                   "Command that runs in the panel's place; its status is the demo's");
+    app.add_option("--record", options.record, "File that gets the lines of --app too");
     if (!CommandLine_Parse(app, argc, argv, exitStatus)) {
         return exitStatus;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    return ShowAll(options);
+    return Show(options);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
 
@@ -21,7 +22,6 @@ enum {
 const char GREEN[] = "\033[32m";
 const char RED[] = "\033[31m";
 const char FAINT[] = "\033[2m";
-const char PLAIN[] = "\033[0m";
 
 struct OutcomeLook {
     const char* word;
@@ -66,19 +66,45 @@ std::string Remark(const DemoNews& news)
 std::string Bad(const DemoScreen& screen, int count)
 {
     const std::string number = std::to_string(count);
-    return screen.coloured && count > 0 ? RED + number + PLAIN : number;
+    return screen.coloured && count > 0 ? RED + number + SCREEN_PLAIN : number;
 }
 
 } // namespace
 
-DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
+bool Screen_IsColoured()
 {
-    DemoScreen screen;
     const char* noColour = std::getenv("NO_COLOR");
     const char* term = std::getenv("TERM");
     const bool dumb = term == nullptr || std::strcmp(term, "dumb") == 0;
     const bool unwanted = noColour != nullptr && noColour[0] != '\0';
-    screen.coloured = isatty(STDOUT_FILENO) == 1 && !dumb && !unwanted;
+    return isatty(STDOUT_FILENO) == 1 && !dumb && !unwanted;
+}
+
+bool Screen_CanWrite()
+{
+    const bool open = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+    if (open && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return true;
+    }
+    Screen_Error("the output cannot be written");
+    return false;
+}
+
+void Screen_Error(const std::string& what)
+{
+    std::fprintf(stderr, "demo: %s\n", what.c_str());
+}
+
+bool Screen_IsNoise(const std::string& line)
+{
+    return line.rfind("WARNING: ", 0) == 0 || line.rfind('\t', 0) == 0 ||
+           line.rfind("sim: skipped ", 0) == 0;
+}
+
+DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
+{
+    DemoScreen screen;
+    screen.coloured = Screen_IsColoured();
     screen.nameWidth = NAME_MIN;
     screen.begin = begin;
     for (const std::string& picture : pictures) {
@@ -91,11 +117,11 @@ DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
 void Screen_News(const DemoScreen& screen, const DemoNews& news)
 {
     const OutcomeLook& look = LOOKS[news.outcome];
-    const std::string name = Text_Padded(NameOf(news.picture), screen.nameWidth);
+    const std::string name = Text_Fitted(NameOf(news.picture), screen.nameWidth);
     const std::string remark = Remark(news);
     std::printf("%6.1f s  %s  %s%-*s%s%s%s\n", news.time - screen.begin, name.c_str(),
                 screen.coloured ? look.colour : "", remark.empty() ? 0 : OUTCOME_WIDTH, look.word,
-                screen.coloured ? PLAIN : "", remark.empty() ? "" : "  ", remark.c_str());
+                screen.coloured ? SCREEN_PLAIN : "", remark.empty() ? "" : "  ", remark.c_str());
 }
 
 void Screen_Summary(const DemoScreen& screen, const DemoSummary& summary)
