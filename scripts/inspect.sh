@@ -15,7 +15,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 help_if_asked "$@"
 # Known options are those of the comment above: a wrong one is named before anything is built.
-mapfile -t known < <(sed -n '2,/^[^#]/s/^#  *\(--[a-z-]*\).*/\1/p' "$0")
+mapfile -t known < <(sed -n '2,/^[^#]/s/^#   *\(--[a-z-]*\).*/\1/p' "$0")
 for argument in "$@"; do
     [[ $argument != -- ]] || break
     [[ $argument != -?* || " ${known[*]} " == *" ${argument%%=*} "* ]] ||

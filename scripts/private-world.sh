@@ -51,17 +51,17 @@ why_no_world()
     setting_is user/max_net_namespaces 0 &&
         no_world "the kernel allows no network namespaces ($error)" \
             "sysctl -w user.max_net_namespaces=10000"
-    if [[ -e /.dockerenv || -e /run/.containerenv || -n ${container-} ]]; then
-        no_world "the container does not allow it ($error)" \
-            "start the container with --privileged" \
-            "or with --cap-add SYS_ADMIN --cap-add NET_ADMIN --security-opt seccomp=unconfined
-    --security-opt apparmor=unconfined --security-opt systempaths=unconfined (podman: unmask=ALL)"
-    fi
     # A folder that is entered with chroot is usually no mount point, which bwrap's own root has to be.
     if [[ $error == *"/ slave"* || $error == *pivot_root* ]] || in_chroot; then
         no_world "this is a chroot ($error)" \
             "enter it as root, as a mount point: mount --bind DIR DIR, then chroot DIR" \
             "or with systemd-nspawn -D DIR"
+    fi
+    if [[ -e /.dockerenv || -e /run/.containerenv || -n ${container-} ]]; then
+        no_world "the container does not allow it ($error)" \
+            "start the container with --privileged" \
+            "or with --cap-add SYS_ADMIN --cap-add NET_ADMIN --security-opt seccomp=unconfined
+    --security-opt apparmor=unconfined --security-opt systempaths=unconfined (podman: unmask=ALL)"
     fi
     if ((EUID != 0)); then
         no_world "user namespaces are not allowed ($error)" "$run_as_root"
