@@ -137,8 +137,9 @@ own_build()
     [[ ! -e $log || -w $log ]] || not_writable "$log"
     [[ -d $folder ]] || return 0
     # Whoever built as root in here has left files that only root can replace.
-    foreign=$(find "$folder" \( -type d -o -type f ! -user "$EUID" \) ! -writable -print -quit 2>&1)
-    [[ -z $foreign ]] || not_writable "$folder"
+    foreign=$(find "$folder" \( -type d -o -type f ! -user "$EUID" \) ! -writable -print -quit \
+        2> /dev/null || true)
+    [[ -z $foreign ]] || not_writable "$foreign"
 
     cache=$folder/CMakeCache.txt
     if [[ -f $cache ]]; then
@@ -165,8 +166,10 @@ own_build()
 
 not_writable()
 {
-    fail "$1 belongs to another user ($(stat -c %U -- "$1")) or cannot be written;" \
-        "remove it: sudo rm -r $project/build"
+    if ((EUID == 0)) || [[ -O $1 ]]; then
+        fail "$1 cannot be written: is the file system read-only, or chmod u+w wanted?"
+    fi
+    fail "$1 belongs to another user ($(stat -c %U -- "$1")); remove it: sudo rm -r $project/build"
 }
 
 # What root makes in another user's checkout goes to that user, who could not build there any more
