@@ -19,7 +19,7 @@ no_world()
 {
     echo "$script: no private world here: $1" >&2
     shift
-    printf '  remedy: %s\n' "$@" "without one: scripts/demo.sh --own-ports" >&2
+    printf '  remedy: %s\n' "$@" "do without it: scripts/demo.sh --own-ports" >&2
     exit $EXIT_NO_WORLD
 }
 
@@ -64,15 +64,16 @@ why_no_world()
     --security-opt apparmor=unconfined --security-opt systempaths=unconfined (podman: unmask=ALL)"
     fi
     if ((EUID != 0)); then
-        no_world "user namespaces are not allowed ($error)" "$run_as_root"
+        no_world "user namespaces are not allowed, as in a chroot or a container ($error)" "$run_as_root"
     fi
     no_world "$error"
 }
 
-# Only root can tell, and only where init's root can be seen.
+# A chroot's folder is seldom a mount point. Where it is one, only root can tell it from init's root.
 in_chroot()
 {
-    [[ -e /proc/1/root/. && ! / -ef /proc/1/root/. ]]
+    ! grep -q '^[^ ]* [^ ]* [^ ]* [^ ]* / ' /proc/self/mountinfo ||
+        [[ -e /proc/1/root/. && ! / -ef /proc/1/root/. ]]
 }
 
 help_if_asked "$@"
