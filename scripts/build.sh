@@ -8,7 +8,7 @@
 #   -DVARIABLE=VALUE  for CMake
 # A folder that was configured in another place, in a copied or moved checkout, is made anew. What root
 # builds belongs to the checkout's owner.
-# Ends with 0, 1 when the build fails or build/ cannot be written, 2 on wrong usage.
+# Ends with 0, 1 when the build fails or build/ cannot be written, 2 on wrong usage, 130 when interrupted.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 help_if_asked "$@"
@@ -60,6 +60,7 @@ configure_and_build()
     "${configure[@]}" && "${build[@]}"
 }
 trap give_build_back EXIT
+trap 'exit 130' INT TERM HUP # else ninja's end would be told as a failed build
 if ! with_progress "$log" "Building in build/$folder" configure_and_build; then
     cat "$log" >&2
     fail "building \"$preset\" failed (the lines above are in $log)"

@@ -88,13 +88,16 @@ help()
     [[ -z $(find . -newer "$work/now") ]] || wrong "touched: $(find . -newer "$work/now")"
 }
 
-# inspect_options TOOL: the options in inspect.sh's help, which it accepts, are the tool's.
+# inspect_options TOOL: the options in inspect.sh's help, which it accepts, are the tool's; the tool, as
+# every program of one head, sees that its output cannot be written.
 inspect_options()
 {
     local form='s/^ +(-[a-zA-Z], ?)?(--[a-z-]+).*/\2/p'
     diff <(scripts/inspect.sh --help | sed -nE "$form" | sort) \
         <("$1" --help | sed -nE "$form" | grep -vx -e --help | sort) > "$work/out" 2> "$work/err" ||
         wrong "inspect.sh --help (<) and $1 --help (>) name other options"
+    expect 1 'cannot be written' bash -c "$1 --help > /dev/full"
+    expect 1 'cannot be written' bash -c "$1 '$copy/samples/plain.png' >&-"
 }
 
 # A stand-in for CMake: configures FOLDER for this place, and "builds" one program.
