@@ -33,7 +33,7 @@ preset=${1:-release}
 folder=${folder:-$preset}
 [[ $folder =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not the name of a preset or folder: $folder"
 cd "$project"
-grep -qF "{\"name\": \"$preset\"" CMakePresets.json ||
+grep -qsE "\"name\": *\"$preset\"" CMakePresets.json CMakeUserPresets.json ||
     fail -2 "no preset \"$preset\"; cmake --list-presets shows all"
 own_build "$folder"
 log=build/$folder.log
