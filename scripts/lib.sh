@@ -67,7 +67,8 @@ progress_in()
         -e 's/^\[\([0-9]*\)\/\([0-9]*\)\] .*/\1 of \2 steps/p' \
         -e 's/^dlstatus:[^:]*:\([0-9]*\)[^:]*:.*/downloading, \1 %/p' \
         -e 's/^pmstatus:[^:]*:\([0-9]*\)[^:]*:.*/installing, \1 %/p' \
-        -e 's/^I: \(.*\)/\1/p' -e 's/^-- .*/configuring/p' | tail -n 1
+        -e 's/^I: \(.*\)/\1/p' -e 's/^-- Build files .*/compiling/p' -e 's/^-- .*/configuring/p' |
+        tail -n 1
 }
 
 # Shows how far the log's writer is, until it is killed or this script has ended.
