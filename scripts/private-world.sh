@@ -57,16 +57,15 @@ why_no_world()
             "enter it as root, as a mount point: mount --bind DIR DIR, then chroot DIR" \
             "or with systemd-nspawn -D DIR"
     fi
-    if [[ -e /.dockerenv || -e /run/.containerenv || -n ${container-} ]]; then
-        no_world "the container does not allow it ($error)" \
-            "start the container with --privileged" \
-            "or with --cap-add SYS_ADMIN --cap-add NET_ADMIN --security-opt seccomp=unconfined
+    local cause="the container does not allow it"
+    if [[ ! -e /.dockerenv && ! -e /run/.containerenv && -z ${container-} ]]; then
+        ((EUID == 0)) ||
+            no_world "user namespaces are not allowed, as in a chroot or a container ($error)" "$run_as_root"
+        cause="root may not make one, as in a container"
+    fi
+    no_world "$cause ($error)" "start the container with --privileged" \
+        "or with --cap-add SYS_ADMIN --cap-add NET_ADMIN --security-opt seccomp=unconfined
     --security-opt apparmor=unconfined --security-opt systempaths=unconfined (podman: unmask=ALL)"
-    fi
-    if ((EUID != 0)); then
-        no_world "user namespaces are not allowed, as in a chroot or a container ($error)" "$run_as_root"
-    fi
-    no_world "$error"
 }
 
 # A chroot's folder is seldom a mount point. Where it is one, only root can tell it from init's root.
