@@ -60,9 +60,6 @@ if [[ $(realpath -- "$scene") == "$project/samples" ]]; then
 fi
 
 "$project/scripts/setup.sh" build
-if [[ ! -x $build/tools/demo_runner ]]; then
-    echo "Building in build/release; the first time takes a minute or so ..." >&2
-fi
 "$project/scripts/build.sh" release qrcode demo_runner
 
 world=(--follow "$scene")

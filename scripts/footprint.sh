@@ -2,8 +2,8 @@
 # usage: footprint.sh
 # Prints what the device's program takes: sections of the stripped binary, the service's own share of
 # them, the stack that each thread needs, and the shared libraries that it names. The binary holds the
-# simulated platform in place of the vendor's. Ends with 1 when the service's own share is above its
-# limits.
+# simulated platform in place of the vendor's. Ends with 0, 1 when the service's own share is above
+# its limits, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly OWN_TEXT_MAX=$((32 * 1024)) # bytes

@@ -31,6 +31,7 @@ export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256:quara
 export LSAN_OPTIONS=suppressions=$project/fuzz/leaks.supp:print_suppressions=0
 inputs=$project/build/fuzz-inputs
 "$project/scripts/setup.sh" check
+own_build_root
 mkdir -p "$inputs"
 
 if [[ $seconds == --coverage ]]; then
@@ -65,14 +66,15 @@ for target in "${targets[@]}"; do
     mkdir -p "$corpus" "$findings"
     # Seeds and all that was found earlier, then new inputs.
     # shellcheck disable=SC2016
-    if scripts/private-world.sh --write "$inputs" -- bash -c '
+    if with_progress "$log" "Fuzzing $target" scripts/private-world.sh --write "$inputs" -- bash -c '
         program=$1 corpus=$2 seeds=$3 seconds=$4 findings=$5
         shift 5
         "$program" -runs=0 "$@" "$seeds" "$corpus" "$findings" &&
             { ((seconds == 0)) || "$program" "-max_total_time=$seconds" "$@" "$corpus" "$seeds"; }' \
         fuzz "build/fuzz/fuzz/fuzz_$target" "$corpus" "fuzz/seeds/$target" "$seconds" "$findings" \
-        -close_fd_mask=3 -print_final_stats=1 -max_len=65536 -timeout=60 -rss_limit_mb=2048 -malloc_limit_mb=1000000 \
-        "-artifact_prefix=$findings/" > "$log" 2>&1; then
+        -close_fd_mask=3 -print_final_stats=1 -max_len=65536 -timeout=60 -rss_limit_mb=2048 \
+        -malloc_limit_mb=1000000 \
+        "-artifact_prefix=$findings/"; then
         printf '%-10s %6s s %12s inputs tried, %5d kept\n' "$target" "$seconds" \
             "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \
             "$(find "$corpus" -type f | wc -l)"

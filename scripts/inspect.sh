@@ -1,16 +1,28 @@
 #!/bin/bash
 # usage: inspect.sh PICTURE|FOLDER... [OPTION...]
 # Puts pictures through the service's own reading and shows what happened: builds qrcode-inspect when
-# needed and calls it with the arguments. Its options and statuses are told by inspect.sh --help once it
-# is built, how to read its sheets by docs/reading-a-sheet.md.
+# needed and calls it with the arguments. docs/reading-a-sheet.md tells how to read its sheets.
+#   --snapshot       the files are snapshots of the terminal's encoder, byte for byte, not pictures for
+#                    the simulated camera
+#   --json           one JSON object a picture; the table goes to standard error
+#   --truth          compare each text with the file NAME.txt beside NAME.png; none beside it: no code
+#   --sheet FILE     draw every picture that the scanner is handed into this PNG; one picture only
+#   --attempts N,... only these attempts on the sheet, 1 to 8
+#   --version        print the version
+# Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or (with
+# --truth) gave another than the expected one, or something breaks; 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-tool=$project/build/release/tools/qrcode-inspect
-if [[ ! -x $tool ]]; then
-    help_if_asked "$@"
-    "$project/scripts/setup.sh" build
-    echo "Building in build/release; the first time takes a minute or so ..." >&2
-fi
+help_if_asked "$@"
+# Known options are those of the comment above: a wrong one is named before anything is built.
+mapfile -t known < <(sed -n '2,/^[^#]/s/^#   *\(--[a-z-]*\).*/\1/p' "$0")
+for argument in "$@"; do
+    [[ $argument != -- ]] || break
+    [[ $argument != -?* || " ${known[*]} " == *" ${argument%%=*} "* ]] ||
+        fail -2 "unknown option $argument; see $script --help"
+done
+(($# > 0)) || fail -2 "no picture and no folder; see $script --help"
+
 "$project/scripts/setup.sh" build
 "$project/scripts/build.sh" release qrcode-inspect
-exec "$tool" "$@"
+exec "$project/build/release/tools/qrcode-inspect" "$@"

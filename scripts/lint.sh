@@ -3,7 +3,8 @@
 # clang-tidy over all C++ sources (or the given ones; not tests/byte_platform*, which are built for 32
 # bits only), cppcheck over all but tests and fuzz targets
 # (it does not know their macros), and a look for Hungarian names outside the service. Builds preset
-# werror-clang, and configures fuzz and bench, for their compile commands. Ends with 1 on a finding.
+# werror-clang, and configures fuzz and bench, for their compile commands. Ends with 0, 1 on a
+# finding, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 arguments 0 999 "$@"
@@ -11,7 +12,7 @@ arguments 0 999 "$@"
 "$project/scripts/build.sh" werror-clang
 cd "$project"
 for preset in fuzz bench; do
-    cmake --preset $preset > build/$preset.log || fail "configuring \"$preset\" failed; see build/$preset.log"
+    scripts/build.sh --configure $preset
 done
 
 # Names such as nCount or szText, except members of the service's records.

@@ -3,7 +3,8 @@
 # Makes a folder with what the device's program is built against and emulated with: Debian's armhf
 # libraries and headers, extracted from packages, nothing of them run. Prints the folder's path.
 # A folder that was made already by this script, from the same list, is left as it is. An interrupted
-# run leaves nothing half-made. Takes about 750 MB. Ends with 0, or 1 when there can be no root.
+# run leaves nothing half-made. Takes about 750 MB. Ends with 0, 1 when there can be no root, 2 on
+# wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly ARCH=armhf
@@ -30,6 +31,7 @@ mirror=$(apt-get indextargets --format "\$(CODENAME) \$(COMPONENT) \$(REPO_URI)"
     'Created-By: Packages' | awk -v release="$release" '$1 == release && $2 == "main" && !n++ { print $3 }')
 [[ -n $mirror ]] || fail "apt knows no source of \"$release main\" (see apt-get indextargets)"
 
+[[ $root != "$project/build/"* ]] || own_build_root
 mkdir -p "$(dirname "$root")"
 work=$(mktemp -d "$root.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -40,10 +42,11 @@ packages=$(
     echo "${PACKAGES[*]}"
 )
 # Chrootless, for an ordinary user can do that too: nothing of the packages is run.
-if ! mmdebstrap --mode=chrootless --variant=extract --architectures=$ARCH --include="$packages" \
-    --components=main "$release" "$work/root" "$mirror" > "$work/log" 2>&1 < /dev/null; then
-    grep -E '^(E|W|Err)\b' "$work/log" >&2 || cat "$work/log" >&2
-    fail "no $ARCH root: is the network there, and every package known? (the lines above)"
+if ! with_progress "$work/log" "Making the root" mmdebstrap --mode=chrootless --variant=extract \
+    --architectures=$ARCH --include="$packages" --components=main "$release" "$work/root" "$mirror"; then
+    grep -m 5 -E '^(E|W|Err)\b' "$work/log" >&2 || cat "$work/log" >&2
+    fail "no $ARCH root (the lines above): is the network there, and every package known?" \
+        "It would have held: ${PACKAGES[*]}"
 fi
 
 # BLAS and LAPACK stand in folders of their own, found on a running system through alternatives that
@@ -63,4 +66,5 @@ chmod 755 "$work/root"
 echo "${PACKAGES[*]}" > "$work/root/made-from"
 [[ ! -e $root ]] || mv "$root" "$work/old"
 mv "$work/root" "$root"
+[[ $root != "$project/build/"* ]] || give_build_back
 echo "$root"

@@ -6,6 +6,9 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 arguments 1 999 "$@"
+for picture in "$@"; do
+    [[ -f $picture && -r $picture ]] || fail -2 "no such picture: $picture"
+done
 "$project/scripts/setup.sh" check
 "$project/scripts/build.sh" release one_reading
 

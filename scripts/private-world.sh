@@ -19,6 +19,67 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 readonly DATABASE_BYTES=$((16 << 20)) # of /Database, a small flash as on the terminal
 readonly EXIT_NO_WORLD=125 # not a status that the commands in here end with
 
+# no_world CAUSE REMEDY...
+no_world()
+{
+    echo "$script: no private world here: $1" >&2
+    shift
+    printf '  remedy: %s\n' "$@" "do without it: scripts/demo.sh --own-ports" >&2
+    exit $EXIT_NO_WORLD
+}
+
+# Whether a file of /proc/sys holds this value.
+setting_is()
+{
+    [[ -r /proc/sys/$1 && $(< "/proc/sys/$1") == "$2" ]]
+}
+
+# Ends with the cause that holds here, as far as it can be told, after bwrap has failed with `error`.
+why_no_world()
+{
+    local error=${1:-bwrap failed}
+    error=${error%%, likely because*}
+    local run_as_root="run it as root"
+    [[ -e /proc/self/status ]] ||
+        no_world "/proc is not mounted ($error)" "mount -t proc proc /proc"
+    if ((EUID != 0)); then
+        setting_is kernel/unprivileged_userns_clone 0 &&
+            no_world "the kernel keeps user namespaces for root ($error)" \
+                "sysctl -w kernel.unprivileged_userns_clone=1" "$run_as_root"
+        setting_is user/max_user_namespaces 0 &&
+            no_world "the kernel allows no user namespaces ($error)" \
+                "sysctl -w user.max_user_namespaces=10000" "$run_as_root"
+        setting_is kernel/apparmor_restrict_unprivileged_userns 1 &&
+            no_world "AppArmor restricts user namespaces ($error)" \
+                "sysctl -w kernel.apparmor_restrict_unprivileged_userns=0" "$run_as_root"
+    fi
+    setting_is user/max_net_namespaces 0 &&
+        no_world "the kernel allows no network namespaces ($error)" \
+            "sysctl -w user.max_net_namespaces=10000"
+    # A folder that is entered with chroot is usually no mount point, which bwrap's own root has to be.
+    if [[ $error == *"/ slave"* || $error == *pivot_root* ]] || in_chroot; then
+        no_world "this is a chroot ($error)" \
+            "enter it as root, as a mount point: mount --bind DIR DIR, then chroot DIR" \
+            "or with systemd-nspawn -D DIR"
+    fi
+    local cause="the container does not allow it"
+    if [[ ! -e /.dockerenv && ! -e /run/.containerenv && -z ${container-} ]]; then
+        ((EUID == 0)) ||
+            no_world "user namespaces are not allowed, as in a chroot or a container ($error)" "$run_as_root"
+        cause="root may not make one, as in a container"
+    fi
+    no_world "$cause ($error)" "start the container with --privileged" \
+        "or with --cap-add SYS_ADMIN --cap-add NET_ADMIN --security-opt seccomp=unconfined
+    --security-opt apparmor=unconfined --security-opt systempaths=unconfined (podman: unmask=ALL)"
+}
+
+# A chroot's folder is seldom a mount point. Where it is one, only root can tell it from init's root.
+in_chroot()
+{
+    ! grep -q '^[^ ]* [^ ]* [^ ]* [^ ]* / ' /proc/self/mountinfo ||
+        [[ -e /proc/1/root/. && ! / -ef /proc/1/root/. ]]
+}
+
 help_if_asked "$@"
 seen=("$project")
 followed=()
@@ -67,7 +128,7 @@ done
 (($# >= 2)) || fail -2 "no command; see $script --help"
 shift
 command -v bwrap > /dev/null ||
-    fail -$EXIT_NO_WORLD "bwrap is missing (Debian's package bubblewrap)"
+    no_world "bwrap is missing" "install Debian's package bubblewrap"
 
 world=(--die-with-parent --unshare-net --unshare-pid --unshare-ipc --setenv TMPDIR /tmp)
 for entry in /* /.[!.]*; do
@@ -124,4 +185,4 @@ for folder in "$here" /; do # a working directory that is not seen in there give
         exec bwrap "${world[@]}" --chdir "$folder" -- "$@"
     fi
 done
-fail -$EXIT_NO_WORLD "no private world here (are user namespaces allowed?): $error"
+why_no_world "$error"

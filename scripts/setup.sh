@@ -1,13 +1,13 @@
 #!/bin/bash
 # usage: setup.sh [GROUP...]
 # Installs what is missing of the Debian packages that the named groups need, and calls no package
-# manager when nothing is. Every group holds the first, "check" the first two.
+# manager when nothing is. Says how many packages that makes, their size, and how far it is. Every group holds the first, "check" the first two.
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code
 #   device to build for the device, and to emulate it
 #   bench  to measure what the service costs
-# Ends with 0, or 1 when something cannot be installed.
+# Ends with 0, 1 when something cannot be installed, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
@@ -18,6 +18,9 @@ readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-d
 readonly DEVICE_PACKAGES=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
 readonly BENCH_PACKAGES=(libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
     gnuplot-nox)
+readonly INSTALL=(--no-install-recommends install)
+# What apt says when it cannot reach a server.
+readonly NO_NETWORK='Could not resolve|Temporary failure resolving|Could not connect|connection timed out|Unable to connect|Network is unreachable'
 
 # Prints those of the packages that are not installed.
 missing_of()
@@ -30,15 +33,23 @@ missing_of()
     done
 }
 
-# Runs a command as root; what it prints is shown only when it fails.
-quietly_as_root()
+# apt TITLE ARGUMENT...: runs apt-get as root, with its progress shown; its words are in $log.
+apt()
 {
-    local output
-    if ((EUID == 0)); then
-        output=$("$@" 2>&1) || fail "failed: $*"$'\n'"$output"
-    else
-        output=$(sudo -- "$@" 2>&1) || fail "failed: sudo $*"$'\n'"$output"
+    local title=$1 command=(env DEBIAN_FRONTEND=noninteractive LC_ALL=C apt-get)
+    shift
+    ((EUID == 0)) || command=(sudo -- "${command[@]}")
+    with_progress "$log" "$title" "${command[@]}" -o APT::Status-Fd=1 "$@"
+}
+
+# Ends after apt failed: with its errors, and what it was about.
+give_up()
+{
+    grep -m 5 -E '^(E|W):' "$log" >&2 || cat "$log" >&2 # one a package, else
+    if grep -qE "$NO_NETWORK" "$work"/*; then
+        set -- "no network, or no way to the package servers: $1"
     fi
+    fail "$1 (the lines above); would have been installed: ${missing[*]}"
 }
 
 help_if_asked "$@"
@@ -50,6 +61,7 @@ for group in "$@"; do
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
     bench) packages+=("${BENCH_PACKAGES[@]}") ;;
+    -*) fail -2 "unknown option $group; see $script --help" ;;
     *) fail -2 "unknown group \"$group\"; there are: build, test, check, device, bench" ;;
     esac
 done
@@ -63,7 +75,25 @@ fi
 ((EUID == 0)) || command -v sudo > /dev/null ||
     fail "not root and no sudo; as root: apt-get install --no-install-recommends ${missing[*]}"
 
-echo "Installing ${missing[*]} ..." >&2
-quietly_as_root apt-get -qq update
-quietly_as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get -qq -y --no-install-recommends install "${missing[@]}"
+((EUID == 0)) || sudo -n true 2> /dev/null || sudo -v || fail "sudo is refused: run it as root"
+
+work=$(mktemp -d)
+log=$work/log
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM HUP
+# apt ends with 0 even when no list can be fetched. Old lists may do, so it is told, and no more.
+apt "Fetching the package lists" update || give_up "the package lists cannot be fetched"
+cp "$log" "$work/update"
+if grep -qE "$NO_NETWORK" "$log"; then
+    echo "$script: the package lists cannot be fetched; trying with those that are there" >&2
+fi
+apt "Looking at the packages" "${INSTALL[@]}" --simulate "${missing[@]}" ||
+    give_up "the package lists are empty, or lack some of these packages"
+# "No" to its question ends with 1, and that is meant: only its figures are wanted.
+apt "Looking at the packages" "${INSTALL[@]}" --assume-no "${missing[@]}" || true
+count=$(sed -n 's/.* \([0-9]*\) newly installed.*/\1/p' "$log")
+size=$(sed -n 's/^Need to get \(.*\) of archives.*/\1/p' "$log")
+disk=$(sed -n 's/^After this operation, \(.*\) of additional disk space.*/\1/p' "$log")
+echo "Installing ${missing[*]}: with what they need ${count:-?} packages, ${size:-?} to download," \
+    "${disk:-?} on the disk" >&2
+apt "Installing" -y "${INSTALL[@]}" "${missing[@]}" || give_up "not all could be installed"

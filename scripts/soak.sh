@@ -2,8 +2,9 @@
 # usage: soak.sh [READINGS [COMMANDS]]
 # Runs the service for a long time: by default 100000 readings of an unthrottled simulated camera and
 # 1000000 command datagrams at the same time, then 100 restarts of the main application and of the
-# service. Prints what its memory did. Ends with 1 when a descriptor, a thread, a command, a log entry or
-# the state was lost, or memory grew otherwise than by the pack arrays that snapshots keep.
+# service. Prints what its memory did. Ends with 0, 2 on wrong usage, or 1 when a descriptor, a thread, a
+# command, a log entry or the state was lost, or memory grew otherwise than by the pack arrays that
+# snapshots keep.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly RESTARTS=100

@@ -1,21 +1,15 @@
 #!/bin/bash
+# usage: plot.sh
 # Draws the plots of docs/performance.md from what scripts/bench.sh and scripts/latency.sh have
-# measured: plot.sh. Writes steps.png and latency.png beside itself.
-set -euo pipefail
+# measured. Writes steps.png and latency.png beside itself.
+# Ends with 0, 1 when nothing is measured yet or a plot cannot be drawn, 2 on wrong usage.
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
-project=$(cd "$here/../.." && pwd -P)
+arguments 0 0 "$@"
+plots=$project/docs/performance
 results=$project/build/bench/results
-(($# == 0)) || {
-    sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}"
-    [[ $1 == -h || $1 == --help ]] && exit 0
-    exit 2
-}
 for measured in cost.txt:bench latency.tsv:latency; do
-    [[ -s $results/${measured%:*} ]] || {
-        echo "$(basename "$0"): nothing measured yet: run scripts/${measured#*:}.sh" >&2
-        exit 1
-    }
+    [[ -s $results/${measured%:*} ]] || fail "nothing measured yet: run scripts/${measured#*:}.sh"
 done
 "$project/scripts/setup.sh" bench
 
@@ -90,4 +84,4 @@ plot "$work/view" using 1:(100.0 * (\$0 + 1) / views) with steps lw 2 lc rgb "#1
      "$work/enable" using 1:(100.0 * (\$0 + 1) / enables) with steps lw 2 lc rgb "#ff7f0e" \
          title sprintf("after 0x903, code in view (%d)", enables)
 PLOT
-mv "$work/steps.png" "$work/latency.png" "$here/"
+mv "$work/steps.png" "$work/latency.png" "$plots/"

@@ -2,7 +2,7 @@
 # usage: make-sheets.sh
 # Makes the pictures in this folder anew from samples/, the same byte for byte each time: one sample's
 # whole sheet, and cut-outs of others (the attempts to show stand behind the sample's name).
-# Ends with 0, or 1 when a sheet cannot be made.
+# Ends with 0, 1 when a sheet cannot be made, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 arguments 0 0 "$@"

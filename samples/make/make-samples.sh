@@ -3,7 +3,7 @@
 # Makes the pictures and texts in the folder above anew. Needs what the project needs
 # to build, and Debian's packages qrencode and zint. Running it again gives the same files, byte for
 # byte; the test samples_test checks that each is read as README.md says.
-# Ends with 0, or 1 when one cannot be made.
+# Ends with 0, 1 when one cannot be made, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 arguments 0 0 "$@"

@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 enum {
     EXIT_FAILED = 1,
@@ -26,11 +28,19 @@ inline bool CommandLine_Parse(CLI::App& app, int argc, char** argv, int& exitSta
 }
 
 // Runs a program's main part, which returns the status to exit with. An exception, of a library or
-// for want of memory, is printed and ends with EXIT_FAILED.
+// for want of memory, is printed and ends with EXIT_FAILED; so does a status of 0 when the output
+// cannot be written. With standard output closed nothing is run: what is opened next would take its
+// place and get the output.
 template <typename Run> int CommandLine_Guard(const char* name, Run run) noexcept
 {
     try {
-        return run();
+        const bool open = fcntl(STDOUT_FILENO, F_GETFD) != -1;
+        const int status = open ? run() : EXIT_FAILED;
+        if (!open || (status == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0))) {
+            std::fprintf(stderr, "%s: the output cannot be written\n", name);
+            return EXIT_FAILED;
+        }
+        return status;
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s: %s\n", name, exception.what());
         return EXIT_FAILED;
