@@ -71,25 +71,24 @@ progress_in()
         tail -n 1
 }
 
-# Shows how far the log's writer is, until it is killed or this script has ended.
+# Shows how far the log's writer is, until standard input ends.
 watch_progress()
 {
-    local log=$1 title=$2 start=$SECONDS next=$PROGRESS_FIRST_S text
-    local pause=$PROGRESS_EVERY_S form='%s\n'
+    local log=$1 title=$2 start=$SECONDS next=$PROGRESS_FIRST_S text status=0
+    local pause=$PROGRESS_EVERY_S form='%s\n' end=
     # NO_COLOR and a dumb terminal want no escape codes.
     if [[ -t 2 && ${TERM:-dumb} != dumb && -z ${NO_COLOR-} ]]; then
-        pause=1 form='\r\033[K%s'
+        pause=1 form='\r\033[K%s' end='\r\033[K'
     fi
-    # read, not sleep: a sleep would outlive this process and keep its standard error open.
-    exec {never}<> <(:)
-    while kill -0 $$ 2> /dev/null; do
-        read -rt 0.5 -u "$never" || true
+    while read -rt 0.5 || status=$? && ((status > 128)); do # 1 is the end, more is the time's
         ((SECONDS - start >= next)) || continue
         next=$((SECONDS - start + pause))
         text=$(progress_in "$log")
         # shellcheck disable=SC2059
         printf "$form" "$title: ${text:+$text, }$((SECONDS - start)) s" >&2
     done
+    # shellcheck disable=SC2059
+    printf "$end" >&2
 }
 
 # with_progress LOG TITLE COMMAND...: runs the command; all that it prints goes to the log. Shows on
@@ -99,14 +98,12 @@ with_progress()
     local log=$1 title=$2 status=0 watcher
     shift 2
     : > "$log"
-    watch_progress "$log" "$title" &
+    # Told to end by a pipe, not by a signal, which might meet this script's own traps in there.
+    exec 9> >(watch_progress "$log" "$title")
     watcher=$!
-    "$@" > "$log" 2>&1 < /dev/null || status=$?
-    kill "$watcher" 2> /dev/null || true
-    wait "$watcher" 2> /dev/null || true
-    if [[ -t 2 && ${TERM:-dumb} != dumb && -z ${NO_COLOR-} ]]; then
-        printf '\r\033[K' >&2
-    fi
+    "$@" > "$log" 2>&1 < /dev/null 9>&- || status=$?
+    exec 9>&-
+    wait "$watcher" || true
     return "$status"
 }
 

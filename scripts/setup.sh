@@ -1,7 +1,8 @@
 #!/bin/bash
 # usage: setup.sh [GROUP...]
 # Installs what is missing of the Debian packages that the named groups need, and calls no package
-# manager when nothing is. Says how many packages that makes, their size, and how far it is. Every group holds the first, "check" the first two.
+# manager when nothing is. Says how many packages that makes, their size, and how far it is. Every group
+# holds the first, "check" the first two.
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code

@@ -295,5 +295,5 @@ int Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return CommandLine_Guard("demo_runner", [&] { return Run(argc, argv); });
+    return CommandLine_Guard("demo", [&] { return Run(argc, argv); });
 }

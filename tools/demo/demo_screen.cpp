@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
 
@@ -82,8 +81,7 @@ bool Screen_IsColoured()
 
 bool Screen_CanWrite()
 {
-    const bool open = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
-    if (open && std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
         return true;
     }
     Screen_Error("the output cannot be written");
