@@ -81,8 +81,8 @@ bool CardReport_IsWell(const CardRecord& record)
 
 std::string CardReport_Heading()
 {
-    return Format("%6s  %5s  %5s  %5s  %5s  %6s  %-*s  %s", "card", "views", "right", "wrong",
-                  "short", "unread", WORST_WIDTH, "worst view", "text");
+    return Format("%6s  %5s  %5s  %5s  %5s  %8s  %-*s  %s", "card", "views", "right", "wrong",
+                  "short", "not read", WORST_WIDTH, "worst view", "text");
 }
 
 std::string CardReport_Line(const CheckedCard& card)
@@ -104,7 +104,7 @@ std::string CardReport_Line(const CheckedCard& card)
             : std::string(worst.verdict == CARD_WRONG ? "WRONG" : Card_VerdictName(worst.verdict)) +
                   ": " + View_Name(Described(record), worst.sizeNumber, worst.kind);
     std::string line =
-        Format("%6zu  %5d  %5d  %5d  %5d  %6d  ", card.number, made, views[CARD_RIGHT],
+        Format("%6zu  %5d  %5d  %5d  %5d  %8d  ", card.number, made, views[CARD_RIGHT],
                views[CARD_WRONG], views[CARD_SHORT], views[CARD_UNREAD]) +
         Text_Padded(worstName, WORST_WIDTH) + "  " + Text_Shown(card.text);
     if (worst.verdict >= CARD_SHORT && card.text != worst.text) {
