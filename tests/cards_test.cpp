@@ -133,6 +133,12 @@ protected:
         return folder / name;
     }
 
+    std::string Folder(const std::string& name)
+    {
+        std::filesystem::create_directory(folder / name);
+        return folder / name;
+    }
+
     int Lines(const std::string& part) const { return tool.Lines(part); }
 
     TempFolder folder;
@@ -145,6 +151,7 @@ TEST_F(CardsToolTest, AWrongCardIsNamedWithItsWorstViewWhichInspectShows)
     const std::string worst = folder / "worst";
     EXPECT_EQ(1, Run({texts, "--level", "Q", "--straight", "--worst", worst}));
     EXPECT_EQ(1, Lines("     1      9      9      0      0         0  -      "));
+    EXPECT_EQ(1, Lines("  \"VISITOR PASS 2024-0117\"")) << "the line end is not the text's";
     EXPECT_EQ(1, Lines("     2      9      5      4      0         0  WRONG: 10 px, straight "));
     EXPECT_EQ(
         1, Lines(std::string(WRONG_TEXT) + "\" came as \"" + WRONG_CAME + "\" (QR-Code, EAN-2)"));
@@ -218,16 +225,19 @@ TEST_F(CardsToolTest, WhatIsNoCardIsNamedCountedAndStopsNothing)
     EXPECT_EQ(1, Lines("Cards: 304, ever wrong: 0, never right: 0, not checked: 303"));
 
     std::filesystem::copy(SAMPLES_DIR "/plain.png", folder / "no-text.png");
-    EXPECT_EQ(1, Run({"--straight", folder / "no-text.png", File("broken.png", "broken"),
-                      folder / "missing.png", folder / "missing", File("none", "")}));
+    EXPECT_EQ(1,
+              Run({"--straight", folder / "no-text.png", File("broken.png", "broken"),
+                   folder / "missing.png", folder / "missing", File("none", ""), Folder("empty")}));
     EXPECT_EQ(1, Lines("no-text.png: no text beside it"));
     EXPECT_EQ(1, Lines("broken.png: not a picture that can be read"));
     EXPECT_EQ(1, Lines("missing.png: no such file"));
     EXPECT_EQ(1, Lines("missing: no such file, or it cannot be read"));
     EXPECT_EQ(1, Lines("none: no cards in it"));
+    EXPECT_EQ(1, Lines("empty: no cards in it"));
 
     const std::string good = File("good", GOOD_TEXT);
     EXPECT_EQ(0, Run({"--straight", good}));
+    EXPECT_EQ(1, Run({"--straight", good, folder / "none"}));
     EXPECT_EQ(1, Run({"--straight", good, "--worst", good})) << "a file in its place";
     for (const std::vector<std::string>& wrong :
          std::vector<std::vector<std::string>>{{},

@@ -77,12 +77,14 @@ bool ReadPlaces(const std::vector<std::string>& places,
     for (const std::string& place : places) {
         size_t cards = 0;
         std::error_code ignored;
-        std::string error = "no cards in it";
+        std::string error;
         const bool folder = std::filesystem::is_directory(place, ignored);
         if (folder || IsPictureName(place)) {
             std::vector<std::string> pictures = {place};
             if (folder && !Sim_ListPictures(place, pictures, error)) {
                 pictures.clear();
+            } else {
+                error.clear();
             }
             for (const std::string& picture : pictures) {
                 take({picture, "", true});
@@ -92,7 +94,7 @@ bool ReadPlaces(const std::vector<std::string>& places,
             std::ifstream file;
             if (place != "-") {
                 file.open(place, std::ios::binary);
-                error = file.is_open() ? error : "no such file, or it cannot be read";
+                error = file.is_open() ? "" : "no such file, or it cannot be read";
             }
             std::istream& in = place == "-" ? std::cin : file;
             for (Input input; ReadLine(in, input.text); take(input)) {
@@ -100,7 +102,7 @@ bool ReadPlaces(const std::vector<std::string>& places,
             }
         }
         if (cards == 0) {
-            Complain(place, error);
+            Complain(place, error.empty() ? "no cards in it" : error);
             well = false;
         }
     }
@@ -215,7 +217,7 @@ private:
         std::printf("%s\n", line.c_str());
         std::fflush(stdout);
         if (watched_) {
-            std::fprintf(stderr, "%d cards, %d of them wrong", tally_.cards, tally_.wrong);
+            std::fprintf(stderr, "cards: %d, ever wrong: %d", tally_.cards, tally_.wrong);
         }
     }
 
