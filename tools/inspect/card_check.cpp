@@ -62,10 +62,5 @@ CardRecord Card_Check(const Card& card, bool straightOnly)
             }
         }
     }
-    if (record.worst.verdict == CARD_NOT_MADE) {
-        std::snprintf(record.error, sizeof(record.error),
-                      "%d modules a side: does not fit into the view at 2 pixels a module",
-                      card.face.cols - 2 * card.margin);
-    }
     return record;
 }

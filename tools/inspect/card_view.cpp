@@ -97,7 +97,9 @@ cv::Mat Printed(const Card& card, int size, const Kind& kind)
     }
     const double scale = size / 100.0 * SNAP_WIDTH / std::max(card.face.cols, card.face.rows);
     cv::Mat print;
-    cv::resize(card.face, print, cv::Size(), scale, scale, cv::INTER_AREA);
+    const cv::Size fitted(std::max(1, cvRound(card.face.cols * scale)),
+                          std::max(1, cvRound(card.face.rows * scale)));
+    cv::resize(card.face, print, fitted, 0, 0, cv::INTER_AREA);
     print.convertTo(print, -1, (kind.paper - kind.ink) / WHITE, kind.ink);
     return print;
 }

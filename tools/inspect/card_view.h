@@ -39,7 +39,8 @@ int View_Size(const Card& card, int sizeNumber);
 std::string View_Name(const Card& card, int sizeNumber, int kind);
 
 // Draws what stands before the camera, 400 x 400 pixels, not mirrored; the same each time. Returns
-// an empty picture when the code does not fit in; the margin may be cut off.
+// an empty picture when the code does not fit in; the margin may be cut off. The smallest size
+// always fits.
 cv::Mat View_Draw(const Card& card, int sizeNumber, int kind);
 
 #endif
