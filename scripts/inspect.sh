@@ -11,6 +11,15 @@
 #   --version        print the version
 # Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or (with
 # --truth) gave another than the expected one, or something breaks; 2 on wrong usage.
+#
+#   --cards          check cards before they are printed: the places are files of texts, one a line (-:
+#                    standard input), each drawn as a QR code, or pictures of cards, their text in
+#                    NAME.txt beside NAME.png. Each card is read in some hundred views.
+#   --level L|M|Q|H  error correction of the codes that are drawn (default: M)
+#   --margin N       light modules around them (default: 4)
+#   --straight       only straight views, one of each size
+#   --worst FOLDER   keep the worst view of each card that is not read right everywhere
+# With --cards, ends with 0 when every card was read right somewhere and none was ever reported wrong.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 help_if_asked "$@"

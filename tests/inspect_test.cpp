@@ -62,7 +62,8 @@ TEST(WatchedReadingTest, StreamsOfASavedSnapshotHaveTheServicesLimits)
 }
 
 // What became of each number: "well", or how its reader ended.
-std::vector<std::string> Outcomes(size_t count, int seconds, void (*work)(size_t n))
+std::vector<std::string> Outcomes(size_t count, int seconds, void (*work)(size_t n),
+                                  size_t children = 1)
 {
     const auto record = [work](size_t n) {
         work(n);
@@ -77,7 +78,8 @@ std::vector<std::string> Outcomes(size_t count, int seconds, void (*work)(size_t
         outcomes.push_back(death.empty() ? "well" : death);
     };
     std::string error;
-    EXPECT_TRUE(Worker_ForEach(count, record, done, seconds, error)) << error;
+    EXPECT_TRUE(Worker_ForEach<InspectRecord>(count, record, done, seconds, error, children))
+        << error;
     return outcomes;
 }
 
@@ -96,6 +98,16 @@ TEST(InspectWorkerTest, AReaderThatBreaksOrHangsTakesNothingElseAlong)
     ASSERT_EQ(5U, broken.size());
     EXPECT_EQ(LIMITS_MEMORY, broken[2] != "well");
     EXPECT_EQ((std::vector<std::string>{"well", aborted, broken[2], "well", aborted}), broken);
+    EXPECT_EQ((std::vector<std::string>{"well", aborted, "well", "well", aborted, "well", "well"}),
+              Outcomes(
+                  7, WORKER_SECONDS,
+                  [](size_t n) {
+                      if (n == 1 || n == 4) {
+                          std::abort();
+                      }
+                  },
+                  3))
+        << "both are of the same child";
     const auto hang = [](size_t n) {
         while (n == 0) {
             pause();

@@ -18,14 +18,14 @@
 #include <string>
 #include <vector>
 
+#include "card_drawing.h"
+
 namespace
 {
 
 enum {
-    SIDE = 400,        // pixels, of the camera's frame and of most samples
-    QUIET_MODULES = 4, // width of the white margin that a QR code needs
+    SIDE = 400, // pixels, of the camera's frame and of most samples
     WHITE = 255,
-    INK = 25, // grey value of fresh print
     PNG_COMPRESSION = 9,
     JPEG_QUALITY = 85
 };
@@ -64,15 +64,6 @@ cv::Mat Raw(const std::string& name)
     return code;
 }
 
-// A raw code (0 and 255) enlarged, in the grey values of its print and its paper.
-cv::Mat Print(const cv::Mat& raw, int scale, int ink, int paper)
-{
-    cv::Mat code;
-    cv::resize(raw, code, cv::Size(), scale, scale, cv::INTER_NEAREST);
-    code.convertTo(code, CV_8U, (paper - ink) / static_cast<double>(WHITE), ink);
-    return code;
-}
-
 // The code in the middle of a card that fills `side` x `side` pixels.
 cv::Mat Card(const cv::Mat& code, int paper, int side = SIDE)
 {
@@ -82,10 +73,10 @@ cv::Mat Card(const cv::Mat& code, int paper, int side = SIDE)
     return card;
 }
 
-cv::Mat QrCard(const std::string& name, int ink = INK, int paper = 235, int side = SIDE)
+cv::Mat QrCard(const std::string& name, int ink = DRAW_INK, int paper = DRAW_PAPER, int side = SIDE)
 {
     const cv::Mat raw = Raw(name);
-    return Card(Print(raw, side / (raw.cols + 2 * QUIET_MODULES), ink, paper), paper, side);
+    return Card(Draw_Print(raw, side / (raw.cols + 2 * DRAW_QUIET), ink, paper), paper, side);
 }
 
 // A hallway wall, darker towards its lower edge.
@@ -97,23 +88,6 @@ cv::Mat Wall(int width, int height)
         wall.row(y).setTo(cv::Scalar(grey));
     }
     return wall;
-}
-
-// Holds the card in front of the background, its corners (clockwise from the upper left) at
-// `corners`.
-void Hold(cv::Mat& background, const cv::Mat& card, const std::vector<cv::Point2f>& corners)
-{
-    const float right = static_cast<float>(card.cols);
-    const float bottom = static_cast<float>(card.rows);
-    const std::vector<cv::Point2f> from = {{0, 0}, {right, 0}, {right, bottom}, {0, bottom}};
-    const cv::Mat transform = cv::getPerspectiveTransform(from, corners);
-    cv::Mat held;
-    cv::Mat mask;
-    cv::warpPerspective(card, held, transform, background.size(), cv::INTER_LINEAR,
-                        cv::BORDER_REPLICATE);
-    cv::warpPerspective(cv::Mat(card.size(), CV_8U, cv::Scalar(WHITE)), mask, transform,
-                        background.size(), cv::INTER_NEAREST);
-    held.copyTo(background, mask);
 }
 
 std::vector<cv::Point2f> Turned(cv::Point2f centre, float side, float degrees)
@@ -141,16 +115,6 @@ cv::Mat Lit(const cv::Mat& grey, const cv::Mat& light)
     return lit;
 }
 
-cv::Mat WithNoise(const cv::Mat& grey, double sigma, uint64_t seed)
-{
-    cv::RNG random(seed);
-    cv::Mat noise(grey.size(), CV_16S);
-    random.fill(noise, cv::RNG::NORMAL, 0.0, sigma);
-    cv::Mat noisy;
-    cv::add(grey, noise, noisy, cv::noArray(), CV_8U);
-    return noisy;
-}
-
 // Print whose ink has worn off in patches of half a module, in the worst of them down to the grey
 // value `gone`.
 cv::Mat WornCard(const std::string& name, int gone, int paper, uint64_t seed)
@@ -159,7 +123,7 @@ cv::Mat WornCard(const std::string& name, int gone, int paper, uint64_t seed)
     const double share = 0.55;   // of the print that has worn off
     const cv::Mat card = QrCard(name, 0, WHITE);
     const cv::Mat raw = Raw(name);
-    const int patch = SIDE / (raw.cols + 2 * QUIET_MODULES) / 2;
+    const int patch = SIDE / (raw.cols + 2 * DRAW_QUIET) / 2;
     cv::Mat wear(SIDE / patch, SIDE / patch, CV_32F);
     cv::RNG random(seed);
     random.fill(wear, cv::RNG::UNIFORM, 0.0, 1.0);
@@ -170,7 +134,7 @@ cv::Mat WornCard(const std::string& name, int gone, int paper, uint64_t seed)
             if (card.at<uint8_t>(y, x) == 0) {
                 const double off = (wear.at<float>(y, x) - 1.0 + share) * hardness + 0.5;
                 worn.at<uint8_t>(y, x) = static_cast<uint8_t>(
-                    cvRound(INK + (gone - INK) * std::min(1.0, std::max(0.0, off))));
+                    cvRound(DRAW_INK + (gone - DRAW_INK) * std::min(1.0, std::max(0.0, off))));
             }
         }
     }
@@ -195,14 +159,15 @@ void Sprinkle(cv::Mat& grey, int value, int spacing, uint64_t seed)
 cv::Mat Rotated()
 {
     cv::Mat scene = Wall(SIDE, SIDE);
-    Hold(scene, QrCard("rotated", INK, 235, 296), Turned({200, 200}, 296, 29));
+    Draw_Hold(scene, QrCard("rotated", DRAW_INK, DRAW_PAPER, 296), Turned({200, 200}, 296, 29));
     return scene;
 }
 
 cv::Mat Tilted()
 {
     cv::Mat scene = Wall(640, 480);
-    Hold(scene, QrCard("tilted", INK, 225, 444), {{140, 40}, {500, 100}, {520, 385}, {100, 455}});
+    Draw_Hold(scene, QrCard("tilted", DRAW_INK, 225, 444),
+              {{140, 40}, {500, 100}, {520, 385}, {100, 455}});
     return scene;
 }
 
@@ -221,7 +186,7 @@ cv::Mat Curved()
 
     const cv::Mat raw = Raw("curved");
     const cv::Mat card =
-        Card(Print(raw, MODULE, INK, PAPER), PAPER, (raw.cols + 2 * QUIET_MODULES) * MODULE);
+        Card(Draw_Print(raw, MODULE, DRAW_INK, PAPER), PAPER, (raw.cols + 2 * DRAW_QUIET) * MODULE);
     const double scale = raw.cols * MODULE / codeWidth;
     cv::Mat scene = Wall(SIDE * FINE, SIDE * FINE);
     cv::Mat cardX(scene.size(), CV_32F, cv::Scalar(0)); // inside the cup it is the card's corner
@@ -327,8 +292,10 @@ cv::Mat Coloured()
 cv::Mat SeveralCodes()
 {
     cv::Mat scene = Wall(800, 480);
-    Hold(scene, QrCard("several-codes-1", INK, 235, 370), Turned({205, 245}, 370, 2));
-    Hold(scene, QrCard("several-codes-2", INK, 235, 348), Turned({600, 225}, 348, 4));
+    Draw_Hold(scene, QrCard("several-codes-1", DRAW_INK, DRAW_PAPER, 370),
+              Turned({205, 245}, 370, 2));
+    Draw_Hold(scene, QrCard("several-codes-2", DRAW_INK, DRAW_PAPER, 348),
+              Turned({600, 225}, 348, 4));
     return scene;
 }
 
@@ -336,8 +303,8 @@ cv::Mat SeveralCodes()
 cv::Mat Badge()
 {
     enum { PAPER = 240 };
-    const cv::Mat qr = Print(Raw("badge-qr"), 8, INK, PAPER);
-    const cv::Mat bar = Print(Raw("badge-bar"), 1, INK, PAPER);
+    const cv::Mat qr = Draw_Print(Raw("badge-qr"), 8, DRAW_INK, PAPER);
+    const cv::Mat bar = Draw_Print(Raw("badge-bar"), 1, DRAW_INK, PAPER);
     cv::Mat card(SIDE, SIDE, CV_8U, cv::Scalar(PAPER));
     qr.copyTo(card(cv::Rect((SIDE - qr.cols) / 2, 40, qr.cols, qr.rows)));
     bar.copyTo(card(cv::Rect((SIDE - bar.cols) / 2, 270, bar.cols, bar.rows)));
@@ -347,7 +314,7 @@ cv::Mat Badge()
 cv::Mat Barcode(const std::string& name)
 {
     enum { MARGIN = 30, PAPER = 235 };
-    const cv::Mat code = Print(Raw(name), 2, INK, PAPER);
+    const cv::Mat code = Draw_Print(Raw(name), 2, DRAW_INK, PAPER);
     cv::Mat label;
     cv::copyMakeBorder(code, label, MARGIN, MARGIN, MARGIN, MARGIN, cv::BORDER_CONSTANT,
                        cv::Scalar(PAPER));
@@ -357,7 +324,7 @@ cv::Mat Barcode(const std::string& name)
 cv::Mat FarAway()
 {
     cv::Mat scene = Wall(1200, 900);
-    Hold(scene, QrCard("far-away", INK, 235, 370), Turned({640, 430}, 370, 11));
+    Draw_Hold(scene, QrCard("far-away", DRAW_INK, DRAW_PAPER, 370), Turned({640, 430}, 370, 11));
     return scene;
 }
 
@@ -412,7 +379,7 @@ const std::vector<Sample> SAMPLES = {
     {"curved", ".png", Curved, {"curved"}},
     {"far-away", ".png", FarAway, {"far-away"}},
     {"blurred", ".png", Blurred, {"blurred"}},
-    {"noisy", ".jpg", [] { return WithNoise(QrCard("noisy", 60, 200), 16.0, 4512); }, {"noisy"}},
+    {"noisy", ".jpg", [] { return Draw_Noise(QrCard("noisy", 60, 200), 16.0, 4512); }, {"noisy"}},
     {"glare", ".png", Glare, {"glare"}},
     {"faint", ".png", [] { return QrCard("faint", 150, 172); }, {"faint"}},
     {"coloured", ".png", Coloured, {"coloured"}},

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "camera_picture.h"
+#include "card_run.h"
 #include "cascade.h"
 #include "command_line.h"
 #include "inspect_report.h"
@@ -22,7 +23,9 @@ namespace
 const char ABOUT[] =
     "Puts pictures through the reading of the qrcode service and shows what happened.\n"
     "Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or\n"
-    "(with --truth) gave another than the expected one; 2 on wrong usage.";
+    "(with --truth) gave another than the expected one; 2 on wrong usage. With --cards 0 when "
+    "every\n"
+    "card was read right somewhere and none was ever reported wrong, 1 otherwise.";
 
 struct InspectOptions {
     std::vector<std::string> places; // pictures and folders
@@ -148,7 +151,7 @@ int Inspect(const InspectOptions& options)
     };
     progress(0);
     std::string error;
-    const bool ran = Worker_ForEach(
+    const bool ran = Worker_ForEach<InspectRecord>(
         paths.size(), [&](size_t n) { return InspectOne(paths[n], options); },
         [&](size_t n, const InspectRecord& record, const std::string& death) {
             InspectedPicture picture = {paths[n], record.reading, options.truth, {}};
@@ -190,6 +193,31 @@ std::string CheckSheetName(const std::string& path)
     return png ? "" : "the sheet's name must end in .png";
 }
 
+// The options of the check of cards; returns the flag that asks for it.
+CLI::Option* AddCardOptions(CLI::App& app, CardOptions& cards)
+{
+    CLI::Option* const check = app.add_flag(
+        "--cards", "Check cards before they are printed, each in a grid of views: the places are "
+                   "files of texts (one a line, - for standard input), each drawn as a QR code, or "
+                   "pictures of cards with their text beside them");
+    app.add_option("--level", cards.level, "Error correction of the QR codes (M)")
+        ->type_name("L|M|Q|H")
+        ->needs(check)
+        ->check(CLI::IsMember({"L", "M", "Q", "H"}));
+    app.add_option("--margin", cards.margin, "Light modules around them (4)")
+        ->type_name("N")
+        ->needs(check)
+        ->check(CLI::Range(0, int{CARD_MARGIN_MAX}));
+    app.add_flag("--straight", cards.straightOnly, "Only straight views, one of each size")
+        ->needs(check);
+    app.add_option("--worst", cards.worstFolder,
+                   "Keep the worst view of each card that is not read right everywhere, as a "
+                   "picture with its text beside it")
+        ->type_name("FOLDER")
+        ->needs(check);
+    return check;
+}
+
 int Run(int argc, char** argv)
 {
     // Standard descriptors that are closed must not become those of a pipe or a picture.
@@ -202,12 +230,13 @@ int Run(int argc, char** argv)
     CLI::App app(ABOUT, "qrcode-inspect");
     app.add_option("places", options.places, "Pictures, and folders of them")
         ->type_name("PICTURE|FOLDER");
-    app.add_flag("--snapshot", options.snapshot,
-                 "Files are the JPEG bytes of snapshots saved on the terminal; otherwise they are "
-                 "pictures, which the simulated camera looks at");
+    CLI::Option* const snapshot = app.add_flag(
+        "--snapshot", options.snapshot,
+        "Files are the JPEG bytes of snapshots saved on the terminal; otherwise they are "
+        "pictures, which the simulated camera looks at");
     app.add_flag("--json", options.json, "One JSON object a picture; the table goes to stderr");
-    app.add_flag("--truth", options.truth,
-                 "Compare each text with the file NAME.txt beside NAME.png");
+    CLI::Option* const truth = app.add_flag(
+        "--truth", options.truth, "Compare each text with the file NAME.txt beside NAME.png");
     CLI::Option* const sheet = app.add_option("--sheet", options.sheet,
                                               "Draw all that the scanner is handed (one picture)")
                                    ->type_name("OUT.png")
@@ -218,6 +247,9 @@ int Run(int argc, char** argv)
         ->delimiter(',')
         ->needs(sheet)
         ->check(CLI::Range(1, Qrcode_AttemptCount()));
+    CardOptions cards;
+    CLI::Option* const check = AddCardOptions(app, cards);
+    check->excludes(snapshot)->excludes(truth)->excludes(sheet);
     int exitStatus = 0;
     if (!CommandLine_Parse(app, argc, argv, exitStatus)) {
         return exitStatus;
@@ -227,6 +259,10 @@ int Run(int argc, char** argv)
         return EXIT_USAGE;
     }
     Qrcode_SetUpProcess(); // its times are those of the service
+    if (check->count() > 0) {
+        cards.json = options.json;
+        return Cards_Run(options.places, cards);
+    }
     return Inspect(options);
 }
 
