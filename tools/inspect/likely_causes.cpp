@@ -1,0 +1,386 @@
+#include "likely_causes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <opencv2/imgproc.hpp>
+#include <vector>
+
+namespace
+{
+
+using Point = cv::Point2d;
+
+// What is usually still read; docs/reading-a-sheet.md has the measurements.
+const double MODULE_LEAST = 2.5;        // pixels of a QR code
+const double BAR_LEAST = 1.6;           // pixels of a narrow bar
+const double BLUR_MOST = 0.65;          // sigma in modules
+const double BAR_BLUR_MOST = 1.1;       // sigma in pixels
+const double CONTRAST_LEAST = 40.0;     // grey values, in the noise of a camera
+const double GLARE_MOST = 3.0;          // radius in modules
+const double BAR_GLARE_MOST = 8.0;      // in narrow bars
+const double CUT_MOST = 0.5;            // modules
+const double BENT_MOST = 1.5;           // modules
+const double TIMING_LEAST = 0.8;        // share in place
+const double TIMING_MODULE_LEAST = 3.0; // pixels; of smaller modules it says nothing
+const double VIEW_BLUR_MOST = 2.5;      // sigma in pixels of a view's sharper edges
+const double SHARPER = 0.2;             // the quantile that these are
+const size_t VIEW_TILES_LEAST = 20;
+const int VIEW_TILE = 24;              // pixels
+const double GLARE_MOST_ON_GREY = 1.5; // modules or narrow bars, where paper is no white itself
+const double PAPER_MOST = 235.0;       // grey values of such paper
+const double SATURATED = 250.0;        // grey values of glare
+const double DARK = 40.0;
+const double BRIGHT = 230.0;
+const double FLAT = 25.0;
+
+// Weight of what can be told but not in measure: before the light excesses, behind the heavy ones.
+const double WEIGHT_INVERTED = 1.2;
+const double WEIGHT_CORNER = 2.0;
+const double WEIGHT_SPOILT = 10.0;
+
+const double TILE_MODULES = 8.0;
+const int TILE_LEAST = 12; // pixels
+
+const double DEGREES = 180.0 / CV_PI;
+
+double Length(Point vector)
+{
+    return std::hypot(vector.x, vector.y);
+}
+
+struct CauseEntry {
+    const char* name;
+    const char* unit;
+    const char* anchor;
+};
+
+const char TABLE[] = "nothing-is-read-symptom-cause-remedy";
+
+// By CauseKind.
+const CauseEntry ENTRIES[] = {
+    {"cut off", "modules", "cut-off"},
+    {"glare", "modules", "glare"},
+    {"too small", "pixels a module", "too-small"},
+    {"blur", "modules", "blurred"},
+    {"faint", "grey values", "faint"},
+    {"light on dark", "grey values", "inverted"},
+    {"aslant or bent", "modules", "curved"},
+    {"turned", "degrees", "a-barcode-turned"},
+    {"off the grid", "percent", "curved"},
+    {"corner square missing", "corner squares", TABLE},
+    {"dark", "grey value", TABLE},
+    {"bright", "grey value", TABLE},
+    {"blurred view", "pixels", "blurred"},
+    {"one grey", "grey values", TABLE},
+    {"no code located", "grey values", TABLE},
+    {"not explained", "pixels a module", TABLE},
+};
+static_assert(sizeof(ENTRIES) / sizeof(ENTRIES[0]) == CAUSE_KINDS, "one entry for each kind");
+
+struct Weighed {
+    LikelyCause cause;
+    double weight; // how far beyond what is read, 1 at the limit
+};
+
+__attribute__((format(printf, 5, 6))) void Add(std::vector<Weighed>& all, CauseKind kind,
+                                               double value, double weight, const char* format, ...)
+{
+    if (weight < 1.0) {
+        return;
+    }
+    Weighed weighed;
+    weighed.cause.kind = kind;
+    weighed.cause.value = value;
+    weighed.weight = weight;
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(weighed.cause.sentence, sizeof(weighed.cause.sentence), format, args);
+    va_end(args);
+    all.push_back(weighed);
+}
+
+// Grey value below which this share of the pixels is.
+double Quantile(const cv::Mat& grey, double share)
+{
+    std::vector<uchar> pixels;
+    for (int y = 0; y < grey.rows; ++y) {
+        pixels.insert(pixels.end(), grey.ptr<uchar>(y), grey.ptr<uchar>(y) + grey.cols);
+    }
+    const auto at =
+        pixels.begin() + static_cast<long>(share * static_cast<double>(pixels.size() - 1));
+    std::nth_element(pixels.begin(), at, pixels.end());
+    return *at;
+}
+
+struct Measures {
+    double contrast = 0.0; // grey values between dark and light, where the code has both
+    double sigma = 0.0;    // of the blur, pixels
+    double glare = 0.0;    // radius of the largest white disc on the code, pixels
+    double dark = 0.0;     // grey values
+    double light = 0.0;
+};
+
+cv::Mat MaskOf(const LocatedCode& code, cv::Size size)
+{
+    cv::Mat mask = cv::Mat::zeros(size, CV_8UC1);
+    std::vector<cv::Point> corners;
+    for (const cv::Point2f& corner : code.outline) {
+        corners.emplace_back(cvRound(corner.x), cvRound(corner.y));
+    }
+    cv::fillConvexPoly(mask, corners, cv::Scalar(255));
+    return mask;
+}
+
+// In tiles, so that uneven light does not count as contrast.
+struct Tile {
+    double dark; // grey values
+    double light;
+    double sigma; // of the blur, pixels
+};
+
+// Those wholly inside the mask.
+std::vector<Tile> TilesOf(const cv::Mat& grey, const cv::Mat& mask, int side)
+{
+    const cv::Matx13f difference(-0.5F, 0.0F, 0.5F);
+    cv::Mat gx;
+    cv::Mat gy;
+    cv::Mat slope; // grey values a pixel
+    cv::filter2D(grey, gx, CV_32F, difference);
+    cv::filter2D(grey, gy, CV_32F, difference.t());
+    cv::magnitude(gx, gy, slope);
+    std::vector<Tile> tiles;
+    for (int y = 0; y + side <= grey.rows; y += side / 2) {
+        for (int x = 0; x + side <= grey.cols; x += side / 2) {
+            const cv::Rect place(x, y, side, side);
+            if (cv::countNonZero(mask(place)) < side * side) {
+                continue;
+            }
+            double steepest = 0.0;
+            cv::minMaxLoc(slope(place), nullptr, &steepest);
+            Tile tile = {Quantile(grey(place), 0.05), Quantile(grey(place), 0.95), 0.0};
+            // A step blurred by sigma is steepest in its middle; the pixels, and the difference of
+            // two that are two apart, blur it a little more.
+            const double spread =
+                (tile.light - tile.dark) / (std::max(steepest, 1.0) * std::sqrt(2.0 * CV_PI));
+            tile.sigma = std::sqrt(std::max(0.0, spread * spread - 5.0 / 12.0));
+            tiles.push_back(tile);
+        }
+    }
+    return tiles;
+}
+
+template <typename Field>
+double QuantileOf(const std::vector<Tile>& tiles, Field field, double share = 0.5)
+{
+    std::vector<double> values;
+    for (const Tile& tile : tiles) {
+        values.push_back(field(tile));
+    }
+    if (values.empty()) {
+        return 0.0;
+    }
+    const auto at =
+        values.begin() + static_cast<long>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+Measures Measure(const cv::Mat& grey, const LocatedCode& code)
+{
+    const cv::Mat mask = MaskOf(code, grey.size());
+    const std::vector<Tile> tiles =
+        TilesOf(grey, mask, std::max(TILE_LEAST, cvRound(TILE_MODULES * code.modulePixels)));
+    Measures measures;
+    measures.dark = QuantileOf(tiles, [](const Tile& tile) { return tile.dark; });
+    measures.light = QuantileOf(tiles, [](const Tile& tile) { return tile.light; });
+    measures.contrast = QuantileOf(tiles, [](const Tile& tile) { return tile.light - tile.dark; });
+    measures.sigma = QuantileOf(tiles, [](const Tile& tile) { return tile.sigma; });
+    cv::Mat distance;
+    cv::distanceTransform((grey >= SATURATED) & mask, distance, cv::DIST_L2, cv::DIST_MASK_PRECISE);
+    cv::minMaxLoc(distance, nullptr, &measures.glare);
+    return measures;
+}
+
+// How far the outline leads out of the picture, pixels.
+double OutsideOf(const LocatedCode& code, cv::Size size)
+{
+    double most = 0.0;
+    cv::Point2f points[4];
+    std::copy(code.outline, code.outline + 4, points);
+    if (code.shape == CODE_BARS) { // its height does not matter
+        points[0] = points[3] = (code.outline[0] + code.outline[3]) / 2;
+        points[1] = points[2] = (code.outline[1] + code.outline[2]) / 2;
+    }
+    for (const cv::Point2f& corner : points) {
+        most =
+            std::max<double>({most, -corner.x, -corner.y, corner.x - static_cast<float>(size.width),
+                              corner.y - static_cast<float>(size.height)});
+    }
+    return most;
+}
+
+// Modules between the place of the last corner's small square, by the three corner squares, and
+// where the picture looks most like one; negative when there is none, or nothing like it.
+double BendOf(const cv::Mat& grey, const LocatedCode& code)
+{
+    const int scale = 4;         // pixels a module of the straightened corner
+    const double middle = 6.5;   // modules from the code's end to the small square's centre
+    const int around = 5;        // modules, searched and drawn
+    const double likeness = 0.8; // correlation
+    if (code.cornerSquares < 3 || code.modulesASide < 25) { // smaller ones have none
+        return -1.0;
+    }
+    cv::Mat small(5 * scale, 5 * scale, CV_8UC1, cv::Scalar(0));
+    cv::rectangle(small, cv::Rect(scale, scale, 3 * scale, 3 * scale), cv::Scalar(255), cv::FILLED);
+    small(cv::Rect(2 * scale, 2 * scale, scale, scale)) = 0;
+    if (code.lightOnDark) {
+        small = ~small;
+    }
+    const int side = (2 * around + 5) * scale;
+    const Point along = Point(code.outline[1] - code.outline[0]) / code.modulesASide;
+    const Point inward = Point(code.outline[3] - code.outline[0]) / code.modulesASide;
+    const Point start =
+        Point(code.outline[0]) + (along + inward) * (code.modulesASide - middle - around - 2.5);
+    const cv::Matx23d toPicture(along.x / scale, inward.x / scale, start.x, along.y / scale,
+                                inward.y / scale, start.y);
+    cv::Mat corner;
+    cv::warpAffine(grey, corner, toPicture, cv::Size(side, side),
+                   cv::INTER_LINEAR | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
+    cv::Mat alike;
+    cv::matchTemplate(corner, small, alike, cv::TM_CCOEFF_NORMED);
+    double best = 0.0;
+    cv::Point at;
+    cv::minMaxLoc(alike, nullptr, &best, nullptr, &at);
+    return best < likeness ? -1.0 : Length(Point(at) / scale - Point(around, around));
+}
+
+void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed>& all)
+{
+    const bool square = code.shape == CODE_SQUARE;
+    const Measures found = Measure(grey, code);
+    const double module = code.modulePixels;
+    const double outside = OutsideOf(code, grey.size()) / module;
+    Add(all, CAUSE_CUT, outside, outside > CUT_MOST ? WEIGHT_SPOILT + outside : 0.0,
+        square ? "cut off: %.1f modules of the code are outside the picture"
+               : "cut off: the bars run up to the picture's edge (by %.1f narrow bars)",
+        outside);
+    const double least = square ? MODULE_LEAST : BAR_LEAST;
+    Add(all, CAUSE_SMALL, module, least / module,
+        square ? "too small: %.1f pixels a module, below %.1f it is chance"
+               : "too small: narrow bars of %.1f pixels, below %.1f it is chance",
+        module, least);
+    const double blur = square ? found.sigma / module : found.sigma;
+    Add(all, CAUSE_BLUR, blur, blur / (square ? BLUR_MOST : BAR_BLUR_MOST),
+        square ? "blurred: by %.2f module (sigma), more than %.2f is not read"
+               : "blurred: by %.1f pixels (sigma), more than %.1f is not read",
+        blur, square ? BLUR_MOST : BAR_BLUR_MOST);
+    Add(all, CAUSE_FAINT, found.contrast,
+        found.contrast > 0.0 ? CONTRAST_LEAST / found.contrast : 0.0, // 0: too small to measure
+        "faint: print and ground differ by %.0f grey values of 255", found.contrast);
+    const double glare = found.glare / module;
+    const double glareMost = found.light < PAPER_MOST ? GLARE_MOST_ON_GREY
+                             : square                 ? GLARE_MOST
+                                                      : BAR_GLARE_MOST;
+    Add(all, CAUSE_GLARE, glare, glare / glareMost,
+        "glare: a white blot of radius %.1f modules on the code", glare);
+    if (!square) {
+        // The scanner looks along rows and columns only: one must cross all bars.
+        const Point over = code.outline[1] - code.outline[0];
+        const double height = Length(code.outline[3] - code.outline[0]);
+        const double lean = std::atan2(std::min(std::abs(over.x), std::abs(over.y)),
+                                       std::max(std::abs(over.x), std::abs(over.y)));
+        Add(all, CAUSE_TURNED, lean * DEGREES, Length(over) * std::tan(lean) / height,
+            "turned: by %.0f degrees no row or column crosses all bars, up to %.0f one does",
+            lean * DEGREES, std::atan2(height, Length(over)) * DEGREES);
+    }
+    if (code.lightOnDark) {
+        Add(all, CAUSE_INVERTED, found.light - found.dark, WEIGHT_INVERTED,
+            "light code on dark (%.0f on %.0f): only attempt 2 can read it", found.light,
+            found.dark);
+    }
+    if (code.cornerSquares == 2) {
+        Add(all, CAUSE_CORNER, 2.0, WEIGHT_CORNER,
+            "a corner square is missing: 2 of 3 are located");
+    }
+    const double bend = BendOf(grey, code);
+    Add(all, CAUSE_BENT, bend, bend / BENT_MOST,
+        "aslant or bent: the last corner is %.1f modules off its place", bend);
+    if (code.cornerSquares == 3 && bend < 0.0 && module > TIMING_MODULE_LEAST) {
+        Add(all, CAUSE_OFF_GRID, 100.0 * code.timing, TIMING_LEAST / code.timing,
+            "aslant or bent: only %.0f %% of the timing patterns' modules are in their places",
+            100.0 * code.timing);
+    }
+    if (all.empty()) {
+        Add(all, CAUSE_UNEXPLAINED, module, 1.0,
+            "a code is located (%.1f pixels a module, contrast %.0f), and nothing measured "
+            "explains it",
+            module, found.contrast);
+    }
+}
+
+void WeighView(const cv::Mat& grey, std::vector<Weighed>& all)
+{
+    const double low = Quantile(grey, 0.02);
+    const double high = Quantile(grey, 0.98);
+    Add(all, CAUSE_FLAT, high - low, high - low < FLAT ? WEIGHT_SPOILT : 0.0,
+        "no code located: all of the view is one grey (%.0f to %.0f)", low, high);
+    Add(all, CAUSE_DARK, high, high < DARK ? WEIGHT_SPOILT : 0.0,
+        "no code located: the view is dark (grey values up to %.0f)", high);
+    Add(all, CAUSE_BRIGHT, low, low > BRIGHT ? WEIGHT_SPOILT : 0.0,
+        "no code located: the view is too bright (grey values from %.0f)", low);
+    std::vector<Tile> tiles =
+        TilesOf(grey, cv::Mat(grey.size(), CV_8UC1, cv::Scalar(255)), VIEW_TILE);
+    tiles.erase(
+        std::remove_if(tiles.begin(), tiles.end(),
+                       [](const Tile& tile) { return tile.light - tile.dark < CONTRAST_LEAST; }),
+        tiles.end());
+    const double sigma = QuantileOf(
+        tiles, [](const Tile& tile) { return tile.sigma; }, SHARPER);
+    Add(all, CAUSE_BLURRED_VIEW, sigma,
+        tiles.size() < VIEW_TILES_LEAST ? 0.0 : sigma / VIEW_BLUR_MOST,
+        "no code located: the whole view is blurred, by %.1f pixels (sigma) or more", sigma);
+    if (all.empty()) {
+        Add(all, CAUSE_NOT_LOCATED, high - low, 1.0,
+            "no code located: neither corner squares nor bars (grey values %.0f to %.0f)", low,
+            high);
+    }
+}
+
+} // namespace
+
+LikelyCauses Causes_Find(const cv::Mat& grey)
+{
+    LikelyCauses result;
+    result.code = Locate_Code(grey);
+    std::vector<Weighed> all;
+    if (result.code.shape == CODE_NONE) {
+        WeighView(grey, all);
+    } else {
+        WeighCode(grey, result.code, all);
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const Weighed& a, const Weighed& b) { return a.weight > b.weight; });
+    for (const Weighed& weighed : all) {
+        if (result.count < CAUSES_MOST) {
+            result.causes[result.count++] = weighed.cause;
+        }
+    }
+    return result;
+}
+
+const char* Causes_Name(CauseKind kind)
+{
+    return ENTRIES[kind].name;
+}
+
+const char* Causes_Unit(CauseKind kind, CodeShape shape)
+{
+    return kind == CAUSE_BLUR && shape == CODE_BARS ? "pixels" : ENTRIES[kind].unit;
+}
+
+const char* Causes_Anchor(CauseKind kind)
+{
+    return ENTRIES[kind].anchor;
+}
