@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "likely_causes.h"
 #include "watched_reading.h"
 
 enum {
@@ -17,6 +18,7 @@ enum {
 // Flat: crosses a pipe.
 struct InspectRecord {
     WatchedReading reading;
+    LikelyCauses causes; // why there is no text, where they were looked for
     bool sheetFailed = false;
     char sheetError[READING_NOTE_SIZE] = {};
 };
