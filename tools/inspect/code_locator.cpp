@@ -21,11 +21,16 @@ enum {
     MODULES_LEAST = 21, // a side of a QR code
     MODULES_MOST = 177,
     MODULES_STEP = 4,
-    SQUARE_MODULES = 7
+    SQUARE_MODULES = 7,
+    SQUARES_MOST = 80 // that are compared, the largest: three in three, all with all
 };
 
 const double TIMING_LEAST = 0.8;       // share of the timing pattern that makes a code of squares
-const double TIMING_LEAST_LARGE = 0.6; // of three large ones, which may be bent
+const double TIMING_LEAST_LARGE = 0.7; // of three large ones, which may be bent
+const double SCORE_STEP = 0.05;        // of timing, for each size further away
+const double MISFIT_MOST = 0.2;        // of three large ones so blurred that there is no timing
+const double MODULE_LARGE = 3.0;       // pixels
+const double MODULE_ALONE = 2.0;       // pixels, of a square without others
 
 struct CornerSquare {
     Point centre;
@@ -133,11 +138,16 @@ std::vector<CornerSquare> FindCornerSquares(const cv::Mat& grey)
     for (const CornerSquare& square : all) {
         const auto known = [&](const CornerSquare& other) {
             return Length(square.centre - other.centre) < 3.0 * other.module &&
-                   square.light == other.light;
+                   Ratio(square.module, other.module) < 1.5 && square.light == other.light;
         };
         if (std::none_of(distinct.begin(), distinct.end(), known)) {
             distinct.push_back(square);
         }
+    }
+    std::sort(distinct.begin(), distinct.end(),
+              [](const CornerSquare& a, const CornerSquare& b) { return a.module > b.module; });
+    if (distinct.size() > SQUARES_MOST) {
+        distinct.resize(SQUARES_MOST);
     }
     return distinct;
 }
@@ -233,7 +243,7 @@ bool LocateByThree(const cv::Mat& grey, const std::vector<CornerSquare>& squares
     code.shape = CODE_SQUARE;
     code.cornerSquares = 3;
     code.lightOnDark = best[0]->light;
-    code.timing = -1.0;
+    double bestScore = -1.0;
     const int range = 2 * MODULES_STEP;
     for (int modules = nearest - range; modules <= nearest + range; modules += MODULES_STEP) {
         if (modules < MODULES_LEAST || modules > MODULES_MOST) {
@@ -244,7 +254,10 @@ bool LocateByThree(const cv::Mat& grey, const std::vector<CornerSquare>& squares
         const double timing = (TimingOf(grey, centre, along, inward, modules, code.lightOnDark) +
                                TimingOf(grey, centre, inward, along, modules, code.lightOnDark)) /
                               2.0;
-        if (timing > code.timing) {
+        // The squares' own size tells the number, too: others must fit clearly better.
+        const double score = timing - SCORE_STEP * std::abs(modules - nearest) / MODULES_STEP;
+        if (score > bestScore) {
+            bestScore = score;
             code.timing = timing;
             code.modulesASide = modules;
             code.modulePixels = meanLeg / (modules - SQUARE_MODULES);
@@ -253,7 +266,9 @@ bool LocateByThree(const cv::Mat& grey, const std::vector<CornerSquare>& squares
     }
     // Round letters of a text are corner squares too, with any picture between them.
     const bool ringed = best[0]->ringed && best[1]->ringed && best[2]->ringed;
-    if (!ringed && code.timing < (code.modulePixels < 2.0 ? TIMING_LEAST : TIMING_LEAST_LARGE)) {
+    const bool regular = least < MISFIT_MOST && meanModule > MODULE_LARGE;
+    if (!ringed && !regular &&
+        code.timing < (code.modulePixels < MODULE_LARGE ? TIMING_LEAST : TIMING_LEAST_LARGE)) {
         code = LocatedCode();
     }
     return code.shape != CODE_NONE;
@@ -311,6 +326,24 @@ bool LocateByTwo(const cv::Mat& grey, const std::vector<CornerSquare>& squares, 
         }
     }
     return mostDetail > 0.0;
+}
+
+// One square alone, the largest.
+bool LocateByOne(const std::vector<CornerSquare>& squares, LocatedCode& code)
+{
+    for (const CornerSquare& square : squares) {
+        if (square.ringed && square.module > std::max(code.modulePixels, MODULE_ALONE)) {
+            code.shape = CODE_SQUARE;
+            code.cornerSquares = 1;
+            code.lightOnDark = square.light;
+            code.modulesASide = SQUARE_MODULES;
+            code.modulePixels = square.module;
+            const Point along(square.module, 0.0);
+            const Point inward(0.0, square.module);
+            SetOutline(code, square.centre, along, inward);
+        }
+    }
+    return code.shape != CODE_NONE;
 }
 
 // ---- Barcodes: a region whose edges all run the same way, with the same bars along its height.
@@ -504,8 +537,9 @@ LocatedCode Locate_Code(const cv::Mat& grey)
 {
     LocatedCode code;
     const std::vector<CornerSquare> squares = FindCornerSquares(grey);
-    if (!LocateByThree(grey, squares, code) && !LocateBars(grey, code)) {
-        LocateByTwo(grey, squares, code);
+    if (!LocateByThree(grey, squares, code) && !LocateBars(grey, code) &&
+        !LocateByTwo(grey, squares, code)) {
+        LocateByOne(squares, code);
     }
     return code;
 }

@@ -12,8 +12,9 @@ enum CodeShape { CODE_NONE, CODE_SQUARE, CODE_BARS };
 struct LocatedCode {
     CodeShape shape = CODE_NONE;
     bool lightOnDark = false;    // of a square: light modules on a dark ground
-    int cornerSquares = 0;       // of a square: located ones, 2 or 3
-    int modulesASide = 0;        // of a square: the likeliest number, 21..177
+    int cornerSquares = 0;       // of a square: located ones, 1 to 3
+    int modulesASide = 0;        // of a square: the likeliest number, 21..177; 7 with
+                                 // one corner square, which `outline` then goes around
     double modulePixels = 0.0;   // side of a module, or width of the narrow bars
     double timing = 0.0;         // of a square: share of its timing patterns' modules that are
                                  // where it would have them flat and straight on, 0.5 by chance

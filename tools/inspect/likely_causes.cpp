@@ -20,6 +20,7 @@ const double BAR_BLUR_MOST = 1.1;       // sigma in pixels
 const double CONTRAST_LEAST = 40.0;     // grey values, in the noise of a camera
 const double GLARE_MOST = 3.0;          // radius in modules
 const double BAR_GLARE_MOST = 8.0;      // in narrow bars
+const double BAR_EDGE = 2.0;            // pixels from the picture's edge
 const double CUT_MOST = 0.5;            // modules
 const double BENT_MOST = 1.5;           // modules
 const double TIMING_LEAST = 0.8;        // share in place
@@ -29,10 +30,11 @@ const double SHARPER = 0.2;             // the quantile that these are
 const size_t VIEW_TILES_LEAST = 20;
 const int VIEW_TILE = 24;              // pixels
 const double GLARE_MOST_ON_GREY = 1.5; // modules or narrow bars, where paper is no white itself
+const double GLARE_UNFIT = 1.7;        // times more, where white paper may be inside the outline
 const double PAPER_MOST = 235.0;       // grey values of such paper
 const double SATURATED = 250.0;        // grey values of glare
 const double DARK = 40.0;
-const double BRIGHT = 230.0;
+const double BRIGHT = 220.0;
 const double FLAT = 25.0;
 
 // Weight of what can be told but not in measure: before the light excesses, behind the heavy ones.
@@ -162,8 +164,8 @@ std::vector<Tile> TilesOf(const cv::Mat& grey, const cv::Mat& mask, int side)
             Tile tile = {Quantile(grey(place), 0.05), Quantile(grey(place), 0.95), 0.0};
             // A step blurred by sigma is steepest in its middle; the pixels, and the difference of
             // two that are two apart, blur it a little more.
-            const double spread =
-                (tile.light - tile.dark) / (std::max(steepest, 1.0) * std::sqrt(2.0 * CV_PI));
+            const double spread = (Quantile(grey(place), 0.98) - Quantile(grey(place), 0.02)) /
+                                  (std::max(steepest, 1.0) * std::sqrt(2.0 * CV_PI));
             tile.sigma = std::sqrt(std::max(0.0, spread * spread - 5.0 / 12.0));
             tiles.push_back(tile);
         }
@@ -203,22 +205,134 @@ Measures Measure(const cv::Mat& grey, const LocatedCode& code)
     return measures;
 }
 
-// How far the outline leads out of the picture, pixels.
-double OutsideOf(const LocatedCode& code, cv::Size size)
+// The blur of a QR code, sigma in modules, from how little the light ring in a corner square stands
+// out from the dark one around it, against the dark middle; 0 when they are as in a sharp picture.
+double SquareBlurOf(const cv::Mat& grey, const LocatedCode& code)
 {
-    double most = 0.0;
+    const Point along = Point(code.outline[1] - code.outline[0]) / code.modulesASide;
+    const Point inward = Point(code.outline[3] - code.outline[0]) / code.modulesASide;
+    const double far = code.modulesASide - 3.5;
+    const struct {
+        Point centre;
+        Point outwards[2]; // to the sides where nothing is printed
+    } squares[] = {{(along + inward) * 3.5, {-along, -inward}},
+                   {along * far + inward * 3.5, {along, -inward}},
+                   {along * 3.5 + inward * far, {-along, inward}}};
+    double light = 0.0; // sums of light ring, dark ring and middle
+    double ring = 0.0;
+    double middle = 0.0;
+    const auto greyAt = [&](Point at) {
+        cv::Mat pixel;
+        cv::getRectSubPix(grey, cv::Size(1, 1), at, pixel);
+        return static_cast<double>(pixel.at<uchar>(0, 0));
+    };
+    for (int n = 0; n < code.cornerSquares; ++n) {
+        const Point centre = Point(code.outline[0]) + squares[n].centre - Point(0.5, 0.5);
+        for (const Point& outward : squares[n].outwards) {
+            // The extremes near their places: the square may be held aslant.
+            const double sign = code.lightOnDark ? -1.0 : 1.0;
+            double crest = sign * greyAt(centre + outward);
+            double trough = crest;
+            for (double at = 1.0, crestAt = 1.0; at < crestAt + 1.6 && at < 4.5; at += 0.1) {
+                const double value = sign * greyAt(centre + outward * at);
+                if (value > crest && at < 3.0) {
+                    crest = value;
+                    crestAt = at;
+                    trough = crest;
+                }
+                trough = std::min(trough, value);
+            }
+            light += crest;
+            ring += trough;
+            middle += sign * greyAt(centre);
+        }
+    }
+    const double measured = (light - ring) / (light - middle);
+    // The same of a blurred drawing: squares of 7, 5 and 3 modules in one another.
+    const auto darkness = [](double x, double sigma) {
+        double dark = 0.0;
+        for (const double side : {7.0, -5.0, 3.0}) {
+            const auto half = [&](double at) {
+                return (std::erf((std::abs(side) / 2.0 - at) / (sigma * std::sqrt(2.0))) +
+                        std::erf((std::abs(side) / 2.0 + at) / (sigma * std::sqrt(2.0)))) /
+                       2.0;
+            };
+            dark += std::copysign(half(x) * half(0.0), side);
+        }
+        return dark;
+    };
+    double sigma = 0.0;
+    for (double tried = 0.2; tried < 1.2; tried += 0.02) {
+        const double gap = darkness(2.0, tried);
+        if ((darkness(3.0, tried) - gap) / (darkness(0.0, tried) - gap) < measured) {
+            break;
+        }
+        sigma = tried;
+    }
+    return sigma;
+}
+
+struct Cut {
+    bool is = false;
+    double modules = 0.0; // at least so many are outside the picture, as far as it can be told
+};
+
+// Of a code with one corner square: print runs up to a side of the picture.
+Cut CutBesideOne(const cv::Mat& grey, const LocatedCode& code)
+{
+    const double least = 17.5; // modules from a corner square's centre to the code's far end
+    const double most = 40.0;  // that are looked for
+    const double share = 0.15; // of the strip along that side, dark and light
+    const double module = code.modulePixels;
+    const Point centre = Point(code.outline[0] + code.outline[2]) / 2.0;
+    const cv::Rect all(0, 0, grey.cols, grey.rows);
+    const cv::Rect own(cv::Point(code.outline[0]), cv::Point(code.outline[2]));
+    const double level = cv::mean(grey(own & all))[0];
+    const int deep = std::max(2, cvRound(2.0 * module));
+    const int reach = cvRound(least * module);
+    const int x = cvRound(centre.x);
+    const int y = cvRound(centre.y);
+    const int first = 2; // the mirrored picture's first column is black
+    const struct {
+        double distance;
+        cv::Rect strip;
+    } sides[] = {{centre.x, {first, y - reach, deep, 2 * reach}},
+                 {grey.cols - centre.x, {grey.cols - deep, y - reach, deep, 2 * reach}},
+                 {centre.y, {x - reach, 0, 2 * reach, deep}},
+                 {grey.rows - centre.y, {x - reach, grey.rows - deep, 2 * reach, deep}}};
+    Cut cut;
+    for (const auto& side : sides) {
+        const cv::Mat strip = grey(side.strip & all);
+        const double dark = cv::countNonZero(strip < level) / static_cast<double>(strip.total());
+        if (side.distance < most * module && dark > share && dark < 1.0 - share) {
+            cut.is = true;
+            cut.modules = std::max(cut.modules, least - side.distance / module);
+        }
+    }
+    return cut;
+}
+
+Cut CutOf(const cv::Mat& grey, const LocatedCode& code)
+{
+    if (code.cornerSquares == 1) {
+        return CutBesideOne(grey, code);
+    }
     cv::Point2f points[4];
     std::copy(code.outline, code.outline + 4, points);
     if (code.shape == CODE_BARS) { // its height does not matter
         points[0] = points[3] = (code.outline[0] + code.outline[3]) / 2;
         points[1] = points[2] = (code.outline[1] + code.outline[2]) / 2;
     }
-    for (const cv::Point2f& corner : points) {
-        most =
-            std::max<double>({most, -corner.x, -corner.y, corner.x - static_cast<float>(size.width),
-                              corner.y - static_cast<float>(size.height)});
+    double most = -1e9; // pixels
+    for (const cv::Point2f& point : points) {
+        most = std::max<double>({most, -point.x, -point.y, point.x - static_cast<float>(grey.cols),
+                                 point.y - static_cast<float>(grey.rows)});
     }
-    return most;
+    Cut cut;
+    cut.modules = std::max(0.0, most / code.modulePixels);
+    // Bars are located as far as they are in the picture.
+    cut.is = code.shape == CODE_BARS ? most > -BAR_EDGE : cut.modules > CUT_MOST;
+    return cut;
 }
 
 // Modules between the place of the last corner's small square, by the three corner squares, and
@@ -261,17 +375,20 @@ void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed
     const bool square = code.shape == CODE_SQUARE;
     const Measures found = Measure(grey, code);
     const double module = code.modulePixels;
-    const double outside = OutsideOf(code, grey.size()) / module;
-    Add(all, CAUSE_CUT, outside, outside > CUT_MOST ? WEIGHT_SPOILT + outside : 0.0,
-        square ? "cut off: %.1f modules of the code are outside the picture"
-               : "cut off: the bars run up to the picture's edge (by %.1f narrow bars)",
-        outside);
+    const Cut cut = CutOf(grey, code);
+    if (cut.is && square && cut.modules > 0.0) {
+        Add(all, CAUSE_CUT, cut.modules, WEIGHT_SPOILT,
+            "cut off: %.1f modules of the code or more are outside the picture", cut.modules);
+    } else if (cut.is) {
+        Add(all, CAUSE_CUT, 0.0, square ? WEIGHT_SPOILT : WEIGHT_CORNER,
+            "cut off: the code runs up to the edge of the picture");
+    }
     const double least = square ? MODULE_LEAST : BAR_LEAST;
     Add(all, CAUSE_SMALL, module, least / module,
         square ? "too small: %.1f pixels a module, below %.1f it is chance"
                : "too small: narrow bars of %.1f pixels, below %.1f it is chance",
         module, least);
-    const double blur = square ? found.sigma / module : found.sigma;
+    const double blur = square ? SquareBlurOf(grey, code) : found.sigma;
     Add(all, CAUSE_BLUR, blur, blur / (square ? BLUR_MOST : BAR_BLUR_MOST),
         square ? "blurred: by %.2f module (sigma), more than %.2f is not read"
                : "blurred: by %.1f pixels (sigma), more than %.1f is not read",
@@ -280,10 +397,11 @@ void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed
         found.contrast > 0.0 ? CONTRAST_LEAST / found.contrast : 0.0, // 0: too small to measure
         "faint: print and ground differ by %.0f grey values of 255", found.contrast);
     const double glare = found.glare / module;
+    const bool fits = !square || code.timing >= TIMING_LEAST;
     const double glareMost = found.light < PAPER_MOST ? GLARE_MOST_ON_GREY
                              : square                 ? GLARE_MOST
                                                       : BAR_GLARE_MOST;
-    Add(all, CAUSE_GLARE, glare, glare / glareMost,
+    Add(all, CAUSE_GLARE, glare, glare / (fits ? glareMost : GLARE_UNFIT * glareMost),
         "glare: a white blot of radius %.1f modules on the code", glare);
     if (!square) {
         // The scanner looks along rows and columns only: one must cross all bars.
@@ -300,14 +418,15 @@ void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed
             "light code on dark (%.0f on %.0f): only attempt 2 can read it", found.light,
             found.dark);
     }
-    if (code.cornerSquares == 2) {
-        Add(all, CAUSE_CORNER, 2.0, WEIGHT_CORNER,
-            "a corner square is missing: 2 of 3 are located");
+    if (square && code.cornerSquares < 3) {
+        Add(all, CAUSE_CORNER, code.cornerSquares, WEIGHT_CORNER,
+            "corner squares are missing: %d of 3 are located", code.cornerSquares);
     }
     const double bend = BendOf(grey, code);
     Add(all, CAUSE_BENT, bend, bend / BENT_MOST,
         "aslant or bent: the last corner is %.1f modules off its place", bend);
-    if (code.cornerSquares == 3 && bend < 0.0 && module > TIMING_MODULE_LEAST) {
+    if (code.cornerSquares == 3 && bend < 0.0 && module > TIMING_MODULE_LEAST &&
+        blur < BLUR_MOST) { // else it tells nothing
         Add(all, CAUSE_OFF_GRID, 100.0 * code.timing, TIMING_LEAST / code.timing,
             "aslant or bent: only %.0f %% of the timing patterns' modules are in their places",
             100.0 * code.timing);

@@ -8,7 +8,7 @@
 #include "code_locator.h"
 
 enum CauseKind {        // value, unit
-    CAUSE_CUT,          // modules of the code outside the picture
+    CAUSE_CUT,          // modules of the code outside the picture, 0 if it cannot be told
     CAUSE_GLARE,        // radius of the largest white blot on the code, modules
     CAUSE_SMALL,        // pixels a module
     CAUSE_BLUR,         // sigma of a Gaussian blur, modules; bars: pixels

@@ -84,13 +84,10 @@ void ReadBuffer(std::vector<uint8_t>& buffer, cv::Mat& grey, WatchedReading& rea
     reading.scans = static_cast<int>(Watch_Scans().size());
     reading.outcome = decoded ? READING_NO_CODE : READING_NOT_DECODABLE;
     Note(reading.remark, decoded ? "" : "the decoder finds no picture in it");
-    KeepTexts(Watch_Scans(), reading);
+    Reading_Judge(Watch_Scans(), ret > 0, reading);
     if (ret < 1) {
         return;
     }
-    reading.flaws = FlawsOf(reading);
-    const bool isShort = std::strlen(reading.text) < QRCODE_TEXT_REPORT_MIN;
-    reading.outcome = isShort ? READING_SHORT : reading.flaws != 0 ? READING_ALTERED : READING_TEXT;
     reading.attempt = (reading.scans - 1) / SCANS_PER_ATTEMPT + 1;
     reading.opened = reading.scans % SCANS_PER_ATTEMPT == 0;
     std::string symbologies;
@@ -161,6 +158,17 @@ bool Reading_SavedJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std:
         return false;
     }
     return true;
+}
+
+void Reading_Judge(const std::vector<WatchedScan>& scans, bool won, WatchedReading& reading)
+{
+    KeepTexts(scans, reading);
+    if (!won) {
+        return;
+    }
+    reading.flaws = FlawsOf(reading);
+    const bool isShort = std::strlen(reading.text) < QRCODE_TEXT_REPORT_MIN;
+    reading.outcome = isShort ? READING_SHORT : reading.flaws != 0 ? READING_ALTERED : READING_TEXT;
 }
 
 WatchedReading Reading_Take(const std::vector<uint8_t>& jpeg, cv::Mat& grey)

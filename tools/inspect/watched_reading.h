@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "message.h"
+#include "scan_watch.h"
 
 enum ReadingOutcome {
     READING_TEXT,          // reported is exactly the text of the code
@@ -56,6 +57,10 @@ bool Reading_CameraJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std
 // The bytes of a snapshot that was saved as a file; anything behind the JPEG is allowed. Returns
 // false with the reason, also for a file that is no JPEG or not of a snapshot's size.
 bool Reading_SavedJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std::string& error);
+
+// Judges a reading by its scans: which texts were found in what order, and, when a scan `won`, what
+// of them is in `reading.text`. Sets texts, flaws and, when one won, the outcome.
+void Reading_Judge(const std::vector<WatchedScan>& scans, bool won, WatchedReading& reading);
 
 // Reads a JPEG as the service reads the stream of a snapshot with these bytes, its limits included.
 // `grey` receives the picture that every attempt starts from; it is empty when there is none.
