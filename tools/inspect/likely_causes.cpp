@@ -37,9 +37,9 @@ const double DARK = 40.0;
 const double BRIGHT = 220.0;
 const double FLAT = 25.0;
 
-// Weight of what can be told but not in measure: before the light excesses, behind the heavy ones.
-const double WEIGHT_INVERTED = 1.2;
-const double WEIGHT_CORNER = 2.0;
+// Weight of what has no limit to be beyond: before the light excesses, or before most, or all.
+const double WEIGHT_SLIGHT = 1.2;
+const double WEIGHT_HEAVY = 2.0;
 const double WEIGHT_SPOILT = 10.0;
 
 const double TILE_MODULES = 8.0;
@@ -106,9 +106,9 @@ __attribute__((format(printf, 5, 6))) void Add(std::vector<Weighed>& all, CauseK
 // Grey value below which this share of the pixels is.
 double Quantile(const cv::Mat& grey, double share)
 {
-    std::vector<uchar> pixels;
-    for (int y = 0; y < grey.rows; ++y) {
-        pixels.insert(pixels.end(), grey.ptr<uchar>(y), grey.ptr<uchar>(y) + grey.cols);
+    std::vector<uchar> pixels(grey.begin<uchar>(), grey.end<uchar>());
+    if (pixels.empty()) {
+        return 0.0;
     }
     const auto at =
         pixels.begin() + static_cast<long>(share * static_cast<double>(pixels.size() - 1));
@@ -380,7 +380,7 @@ void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed
         Add(all, CAUSE_CUT, cut.modules, WEIGHT_SPOILT,
             "cut off: %.1f modules of the code or more are outside the picture", cut.modules);
     } else if (cut.is) {
-        Add(all, CAUSE_CUT, 0.0, square ? WEIGHT_SPOILT : WEIGHT_CORNER,
+        Add(all, CAUSE_CUT, 0.0, square ? WEIGHT_SPOILT : WEIGHT_SLIGHT,
             "cut off: the code runs up to the edge of the picture");
     }
     const double least = square ? MODULE_LEAST : BAR_LEAST;
@@ -414,12 +414,12 @@ void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed
             lean * DEGREES, std::atan2(height, Length(over)) * DEGREES);
     }
     if (code.lightOnDark) {
-        Add(all, CAUSE_INVERTED, found.light - found.dark, WEIGHT_INVERTED,
+        Add(all, CAUSE_INVERTED, found.light - found.dark, WEIGHT_SLIGHT,
             "light code on dark (%.0f on %.0f): only attempt 2 can read it", found.light,
             found.dark);
     }
     if (square && code.cornerSquares < 3) {
-        Add(all, CAUSE_CORNER, code.cornerSquares, WEIGHT_CORNER,
+        Add(all, CAUSE_CORNER, code.cornerSquares, WEIGHT_HEAVY,
             "corner squares are missing: %d of 3 are located", code.cornerSquares);
     }
     const double bend = BendOf(grey, code);
