@@ -225,9 +225,9 @@ TEST(WatchedReadingTest, OnlyTheExactTextOfTheOneCodeIsToldExactly)
         EXPECT_EQ(one.remark, Report_Remark(reading));
     }
     EXPECT_EQ(2U, Report_Details(Met({{a, "DOOR"}}, "DOORTOR-PASS-1"), LikelyCauses()).size());
-    std::vector<std::string> many;
-    for (int n = 0; n < 20; ++n) {
-        many.push_back("VISITOR-PASS-" + std::to_string(n));
+    std::vector<std::string> many(20);
+    for (size_t n = 0; n < many.size(); ++n) {
+        many[n] = "VISITOR-PASS-" + std::to_string(n);
     }
     const WatchedReading crowd = Met({many}, many.back());
     EXPECT_EQ(20, crowd.textCount);
@@ -238,7 +238,8 @@ TEST(TextTest, ColumnsHoldWithWideHiddenAndLongTexts)
 {
     EXPECT_EQ(5U, Text_Columns("Z\u00fcric"));
     EXPECT_EQ(7U, Text_Columns("\u6771\u4eac\uff76\u0301\u30fc"));
-    EXPECT_EQ("abc\\xe2\\x80\\xaedef\\xef\\xbb\\xbf", Text_Escape("abc\u202edef\ufeff"));
+    EXPECT_EQ("abc\\xe2\\x80\\xaedef\\xef\\xbb\\xbf", Text_Escape("abc\xe2\x80\xae"
+                                                                  "def\xef\xbb\xbf"));
     EXPECT_EQ("Z\u7fb9", Text_Escape("Z\u7fb9"));
     EXPECT_EQ("short  ", Text_Fitted("short", 7));
     EXPECT_EQ("/a/...png", Text_Fitted("/a/very/long/way/to/card.png", 9));

@@ -188,7 +188,7 @@ TEST(LikelyCausesTest, TheOutlineLiesOnTheCode)
         EXPECT_EQ(3, code.cornerSquares);
         EXPECT_EQ(CODE_MODULES, code.modulesASide);
         const double radius = CODE_MODULES * 6 / std::sqrt(2.0);
-        for (const cv::Point2f& corner : code.outline) {
+        for (const cv::Point2d& corner : code.outline) {
             EXPECT_NEAR(radius, std::hypot(corner.x - 199.5, corner.y - 199.5), 2.0) << degrees;
         }
     }

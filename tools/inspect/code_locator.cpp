@@ -280,8 +280,8 @@ double DetailIn(const cv::Mat& grey, const LocatedCode& code)
     double sum = 0.0;
     int count = 0;
     const Point start = code.outline[0];
-    const Point along = (Point(code.outline[1]) - start) / code.modulesASide;
-    const Point inward = (Point(code.outline[3]) - start) / code.modulesASide;
+    const Point along = (code.outline[1] - start) / code.modulesASide;
+    const Point inward = (code.outline[3] - start) / code.modulesASide;
     const cv::Rect2d inside(1, 1, grey.cols - 2, grey.rows - 2);
     for (int v = 8; v < code.modulesASide; ++v) { // behind the row of the two squares
         for (int u = 0; u < code.modulesASide; ++u) {
@@ -442,8 +442,8 @@ bool MeasureBars(const cv::Mat& grey, const cv::Mat& region, const cv::Mat tenso
     std::vector<double> us;
     std::vector<double> vs;
     for (const cv::Point& pixel : pixels) {
-        us.push_back(across.dot(Point(pixel)));
-        vs.push_back(along.dot(Point(pixel)));
+        us.push_back(across.dot(static_cast<Point>(pixel)));
+        vs.push_back(along.dot(static_cast<Point>(pixel)));
     }
     const auto quantile = [](std::vector<double>& values, double share) {
         const auto at =

@@ -18,7 +18,7 @@ struct LocatedCode {
     double modulePixels = 0.0;   // side of a module, or width of the narrow bars
     double timing = 0.0;         // of a square: share of its timing patterns' modules that are
                                  // where it would have them flat and straight on, 0.5 by chance
-    cv::Point2f outline[4] = {}; // in order around it, of a square from the corner between two
+    cv::Point2d outline[4] = {}; // in order around it, of a square from the corner between two
                                  // corner squares; of bars the first side runs over them all.
                                  // May lie outside the picture
 };

@@ -252,7 +252,7 @@ std::string Report_Json(const InspectedPicture& picture)
     json["located"] = nullptr;
     if (causes.code.shape != CODE_NONE) {
         nlohmann::ordered_json outline;
-        for (const cv::Point2f& corner : causes.code.outline) {
+        for (const cv::Point2d& corner : causes.code.outline) {
             outline.push_back({Rounded(corner.x), Rounded(corner.y)});
         }
         json["located"] = {{"shape", causes.code.shape == CODE_SQUARE ? "QR" : "bars"},

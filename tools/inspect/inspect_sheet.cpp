@@ -58,7 +58,7 @@ struct Tile {
     bool won = false;
     cv::Mat picture;
     WatchedScan scan;
-    std::vector<cv::Point2f> located; // outline of a code that is not read
+    std::vector<cv::Point2d> located; // outline of a code that is not read
 };
 
 // The text, or as much of its beginning as fits, with "..." behind it.
@@ -177,7 +177,7 @@ cv::Mat Drawn(const Tile& tile, const cv::Scalar& won)
     }
     if (!tile.located.empty()) {
         std::vector<cv::Point> outline;
-        for (const cv::Point2f& corner : tile.located) {
+        for (const cv::Point2d& corner : tile.located) {
             outline.emplace_back(cvRound(corner.x * scale), cvRound(corner.y * scale));
         }
         cv::polylines(coloured, outline, true, RED, 1, cv::LINE_AA);

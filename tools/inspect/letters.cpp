@@ -1,6 +1,7 @@
 #include "letters.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <ft2build.h>
 #include FT_FREETYPE_H
@@ -20,7 +21,8 @@ void Blend(cv::Mat& picture, const FT_Bitmap& letter, cv::Point at, const cv::Sc
     const cv::Rect whole(at.x, at.y, static_cast<int>(letter.width), static_cast<int>(letter.rows));
     const cv::Rect seen = whole & cv::Rect(0, 0, picture.cols, picture.rows);
     for (int y = seen.y; y < seen.y + seen.height; ++y) {
-        const unsigned char* const row = letter.buffer + (y - at.y) * letter.pitch;
+        const unsigned char* const row =
+            letter.buffer + static_cast<ptrdiff_t>(y - at.y) * letter.pitch;
         for (int x = seen.x; x < seen.x + seen.width; ++x) {
             const int ink = row[x - at.x];
             cv::Vec3b& pixel = picture.at<cv::Vec3b>(y, x);
@@ -69,7 +71,7 @@ int Letters::Set(cv::Mat* picture, const std::string& text, cv::Point at, int si
         if (FT_Load_Char(face, code, picture != nullptr ? flags | FT_LOAD_RENDER : flags) != 0) {
             return;
         }
-        const FT_GlyphSlot glyph = face->glyph;
+        FT_GlyphSlotRec_* const glyph = face->glyph;
         if (picture != nullptr) {
             const cv::Point corner(static_cast<int>(pen / PARTS) + glyph->bitmap_left,
                                    -glyph->bitmap_top);

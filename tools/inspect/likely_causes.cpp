@@ -128,7 +128,7 @@ cv::Mat MaskOf(const LocatedCode& code, cv::Size size)
 {
     cv::Mat mask = cv::Mat::zeros(size, CV_8UC1);
     std::vector<cv::Point> corners;
-    for (const cv::Point2f& corner : code.outline) {
+    for (const Point& corner : code.outline) {
         corners.emplace_back(cvRound(corner.x), cvRound(corner.y));
     }
     cv::fillConvexPoly(mask, corners, cv::Scalar(255));
@@ -176,10 +176,8 @@ std::vector<Tile> TilesOf(const cv::Mat& grey, const cv::Mat& mask, int side)
 template <typename Field>
 double QuantileOf(const std::vector<Tile>& tiles, Field field, double share = 0.5)
 {
-    std::vector<double> values;
-    for (const Tile& tile : tiles) {
-        values.push_back(field(tile));
-    }
+    std::vector<double> values(tiles.size());
+    std::transform(tiles.begin(), tiles.end(), values.begin(), field);
     if (values.empty()) {
         return 0.0;
     }
@@ -209,8 +207,8 @@ Measures Measure(const cv::Mat& grey, const LocatedCode& code)
 // out from the dark one around it, against the dark middle; 0 when they are as in a sharp picture.
 double SquareBlurOf(const cv::Mat& grey, const LocatedCode& code)
 {
-    const Point along = Point(code.outline[1] - code.outline[0]) / code.modulesASide;
-    const Point inward = Point(code.outline[3] - code.outline[0]) / code.modulesASide;
+    const Point along = (code.outline[1] - code.outline[0]) / code.modulesASide;
+    const Point inward = (code.outline[3] - code.outline[0]) / code.modulesASide;
     const double far = code.modulesASide - 3.5;
     const struct {
         Point centre;
@@ -227,17 +225,17 @@ double SquareBlurOf(const cv::Mat& grey, const LocatedCode& code)
         return static_cast<double>(pixel.at<uchar>(0, 0));
     };
     for (int n = 0; n < code.cornerSquares; ++n) {
-        const Point centre = Point(code.outline[0]) + squares[n].centre - Point(0.5, 0.5);
+        const Point centre = code.outline[0] + squares[n].centre - Point(0.5, 0.5);
         for (const Point& outward : squares[n].outwards) {
             // The extremes near their places: the square may be held aslant.
             const double sign = code.lightOnDark ? -1.0 : 1.0;
             double crest = sign * greyAt(centre + outward);
             double trough = crest;
-            for (double at = 1.0, crestAt = 1.0; at < crestAt + 1.6 && at < 4.5; at += 0.1) {
-                const double value = sign * greyAt(centre + outward * at);
-                if (value > crest && at < 3.0) {
+            for (int tenths = 10, crestAt = 10; tenths < crestAt + 16 && tenths < 45; ++tenths) {
+                const double value = sign * greyAt(centre + outward * (tenths / 10.0));
+                if (value > crest && tenths < 30) {
                     crest = value;
-                    crestAt = at;
+                    crestAt = tenths;
                     trough = crest;
                 }
                 trough = std::min(trough, value);
@@ -262,7 +260,8 @@ double SquareBlurOf(const cv::Mat& grey, const LocatedCode& code)
         return dark;
     };
     double sigma = 0.0;
-    for (double tried = 0.2; tried < 1.2; tried += 0.02) {
+    for (int hundredths = 20; hundredths < 120; hundredths += 2) {
+        const double tried = hundredths / 100.0;
         const double gap = darkness(2.0, tried);
         if ((darkness(3.0, tried) - gap) / (darkness(0.0, tried) - gap) < measured) {
             break;
@@ -284,9 +283,9 @@ Cut CutBesideOne(const cv::Mat& grey, const LocatedCode& code)
     const double most = 40.0;  // that are looked for
     const double share = 0.15; // of the strip along that side, dark and light
     const double module = code.modulePixels;
-    const Point centre = Point(code.outline[0] + code.outline[2]) / 2.0;
+    const Point centre = (code.outline[0] + code.outline[2]) / 2.0;
     const cv::Rect all(0, 0, grey.cols, grey.rows);
-    const cv::Rect own(cv::Point(code.outline[0]), cv::Point(code.outline[2]));
+    const cv::Rect own = cv::Rect2d(code.outline[0], code.outline[2]);
     const double level = cv::mean(grey(own & all))[0];
     const int deep = std::max(2, cvRound(2.0 * module));
     const int reach = cvRound(least * module);
@@ -317,16 +316,15 @@ Cut CutOf(const cv::Mat& grey, const LocatedCode& code)
     if (code.cornerSquares == 1) {
         return CutBesideOne(grey, code);
     }
-    cv::Point2f points[4];
+    Point points[4];
     std::copy(code.outline, code.outline + 4, points);
     if (code.shape == CODE_BARS) { // its height does not matter
         points[0] = points[3] = (code.outline[0] + code.outline[3]) / 2;
         points[1] = points[2] = (code.outline[1] + code.outline[2]) / 2;
     }
     double most = -1e9; // pixels
-    for (const cv::Point2f& point : points) {
-        most = std::max<double>({most, -point.x, -point.y, point.x - static_cast<float>(grey.cols),
-                                 point.y - static_cast<float>(grey.rows)});
+    for (const Point& point : points) {
+        most = std::max({most, -point.x, -point.y, point.x - grey.cols, point.y - grey.rows});
     }
     Cut cut;
     cut.modules = std::max(0.0, most / code.modulePixels);
@@ -353,10 +351,10 @@ double BendOf(const cv::Mat& grey, const LocatedCode& code)
         small = ~small;
     }
     const int side = (2 * around + 5) * scale;
-    const Point along = Point(code.outline[1] - code.outline[0]) / code.modulesASide;
-    const Point inward = Point(code.outline[3] - code.outline[0]) / code.modulesASide;
+    const Point along = (code.outline[1] - code.outline[0]) / code.modulesASide;
+    const Point inward = (code.outline[3] - code.outline[0]) / code.modulesASide;
     const Point start =
-        Point(code.outline[0]) + (along + inward) * (code.modulesASide - middle - around - 2.5);
+        code.outline[0] + (along + inward) * (code.modulesASide - middle - around - 2.5);
     const cv::Matx23d toPicture(along.x / scale, inward.x / scale, start.x, along.y / scale,
                                 inward.y / scale, start.y);
     cv::Mat corner;
@@ -367,7 +365,7 @@ double BendOf(const cv::Mat& grey, const LocatedCode& code)
     double best = 0.0;
     cv::Point at;
     cv::minMaxLoc(alike, nullptr, &best, nullptr, &at);
-    return best < likeness ? -1.0 : Length(Point(at) / scale - Point(around, around));
+    return best < likeness ? -1.0 : Length(static_cast<Point>(at) / scale - Point(around, around));
 }
 
 void WeighCode(const cv::Mat& grey, const LocatedCode& code, std::vector<Weighed>& all)
