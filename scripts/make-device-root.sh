@@ -11,8 +11,8 @@ readonly ARCH=armhf
 readonly MULTIARCH=arm-linux-gnueabihf
 # What the build group of setup.sh names, for the device, and the tests' library.
 readonly PACKAGES=(libc6-dev libstdc++-12-dev libopencv-core-dev libopencv-imgproc-dev
-    libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev
-    libgtest-dev)
+    libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev libgtest-dev
+    libfreetype-dev fonts-dejavu-core fonts-wqy-microhei)
 
 arguments 0 1 "$@"
 root=$(realpath -m -- "${1:-$project/build/device-root}")

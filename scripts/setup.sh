@@ -12,7 +12,8 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
-    libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev bubblewrap)
+    libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev bubblewrap
+    libfreetype-dev fonts-dejavu-core fonts-wqy-microhei) # the last three: letters on sheets
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev python3)
 readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev llvm-14 shellcheck
     valgrind)

@@ -216,7 +216,7 @@ int App_Run(const AppOptions& options)
         Screen_Error(end);
         return EXIT_FAILED;
     }
-    session.coloured = Screen_IsColoured();
+    session.coloured = Text_MayEscape(STDOUT_FILENO);
     session.tap = Tap_Open(end);
     session.startUs = Panel_NowUs();
     if (session.tap < 0) {

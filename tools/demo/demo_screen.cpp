@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <unistd.h>
 
@@ -70,15 +68,6 @@ std::string Bad(const DemoScreen& screen, int count)
 
 } // namespace
 
-bool Screen_IsColoured()
-{
-    const char* noColour = std::getenv("NO_COLOR");
-    const char* term = std::getenv("TERM");
-    const bool dumb = term == nullptr || std::strcmp(term, "dumb") == 0;
-    const bool unwanted = noColour != nullptr && noColour[0] != '\0';
-    return isatty(STDOUT_FILENO) == 1 && !dumb && !unwanted;
-}
-
 bool Screen_CanWrite()
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
@@ -102,11 +91,11 @@ bool Screen_IsNoise(const std::string& line)
 DemoScreen Screen_Open(const std::vector<std::string>& pictures, double begin)
 {
     DemoScreen screen;
-    screen.coloured = Screen_IsColoured();
+    screen.coloured = Text_MayEscape(STDOUT_FILENO);
     screen.nameWidth = NAME_MIN;
     screen.begin = begin;
     for (const std::string& picture : pictures) {
-        screen.nameWidth = std::max(screen.nameWidth, Text_Characters(NameOf(picture)));
+        screen.nameWidth = std::max(screen.nameWidth, Text_Columns(NameOf(picture)));
     }
     screen.nameWidth = std::min<size_t>(screen.nameWidth, NAME_WIDEST);
     return screen;

@@ -16,10 +16,6 @@ struct DemoScreen {
     double begin = 0.0;   // seconds since the epoch: times are shown from here
 };
 
-// True for a terminal on standard output, but not for TERM=dumb, nor when the environment has a
-// NO_COLOR that is not empty.
-bool Screen_IsColoured();
-
 // True when all that was printed so far could be written; says so otherwise.
 bool Screen_CanWrite();
 

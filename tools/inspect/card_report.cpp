@@ -1,7 +1,6 @@
 #include "card_report.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -14,16 +13,6 @@ enum { WORST_WIDTH = 37 }; // characters of the column
 
 const CardVerdict COUNTED[] = {CARD_RIGHT, CARD_WRONG, CARD_SHORT, CARD_UNREAD};
 const char* const COUNT_KEYS[] = {"right", "wrong", "tooShort", "notRead"}; // in JSON
-
-__attribute__((format(printf, 1, 2))) std::string Format(const char* format, ...)
-{
-    char buffer[256];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buffer, sizeof(buffer), format, args);
-    va_end(args);
-    return buffer;
-}
 
 Card Described(const CardRecord& record)
 {
@@ -55,9 +44,9 @@ std::string CountRow(const std::string& name, const long (&counts)[CARD_VERDICTS
     if (made == 0) {
         return "";
     }
-    std::string row = Format("  %-26s %9ld", name.c_str(), made);
+    std::string row = Text_Format("  %-26s %9ld", name.c_str(), made);
     for (const CardVerdict verdict : COUNTED) {
-        row += Format("  %9ld", counts[verdict]);
+        row += Text_Format("  %9ld", counts[verdict]);
     }
     return row + "\n";
 }
@@ -81,15 +70,15 @@ bool CardReport_IsWell(const CardRecord& record)
 
 std::string CardReport_Heading()
 {
-    return Format("%6s  %5s  %5s  %5s  %5s  %8s  %-*s  %s", "card", "views", "right", "wrong",
-                  "short", "not read", WORST_WIDTH, "worst view", "text");
+    return Text_Format("%6s  %5s  %5s  %5s  %5s  %8s  %-*s  %s", "card", "views", "right", "wrong",
+                       "short", "not read", WORST_WIDTH, "worst view", "text");
 }
 
 std::string CardReport_Line(const CheckedCard& card)
 {
     const CardRecord& record = card.record;
     if (record.error[0] != '\0') {
-        return Format("%6zu  %s: not checked", card.number, Text_Escape(card.source).c_str());
+        return Text_Format("%6zu  %s: not checked", card.number, Text_Escape(card.source).c_str());
     }
     int views[CARD_VERDICTS];
     int made = 0;
@@ -104,8 +93,8 @@ std::string CardReport_Line(const CheckedCard& card)
             : std::string(worst.verdict == CARD_WRONG ? "WRONG" : Card_VerdictName(worst.verdict)) +
                   ": " + View_Name(Described(record), worst.sizeNumber, worst.kind);
     std::string line =
-        Format("%6zu  %5d  %5d  %5d  %5d  %8d  ", card.number, made, views[CARD_RIGHT],
-               views[CARD_WRONG], views[CARD_SHORT], views[CARD_UNREAD]) +
+        Text_Format("%6zu  %5d  %5d  %5d  %5d  %8d  ", card.number, made, views[CARD_RIGHT],
+                    views[CARD_WRONG], views[CARD_SHORT], views[CARD_UNREAD]) +
         Text_Padded(worstName, WORST_WIDTH) + "  " + Text_Shown(card.text);
     if (worst.verdict >= CARD_SHORT && card.text != worst.text) {
         line += " came as " + Text_Shown(worst.text) + " (" + worst.symbologies + ")";
@@ -205,11 +194,12 @@ std::string CardReport_Table(const CardTally& tally, double seconds)
             views += tally.kinds[kind][verdict];
         }
     }
-    std::string table = Format("\nCards: %d, ever wrong: %d, never right: %d, not checked: %d\n"
-                               "Views: %ld, %.0f a second\n",
-                               tally.cards, tally.wrong, tally.neverRight, tally.unchecked, views,
-                               seconds > 0.0 ? static_cast<double>(views) / seconds : 0.0);
-    table += Format("\n  %-26s %9s  %9s  %9s  %9s  %9s\n", "views", "made", "right", "wrong",
-                    "too short", "not read");
+    std::string table =
+        Text_Format("\nCards: %d, ever wrong: %d, never right: %d, not checked: %d\n"
+                    "Views: %ld, %.0f a second\n",
+                    tally.cards, tally.wrong, tally.neverRight, tally.unchecked, views,
+                    seconds > 0.0 ? static_cast<double>(views) / seconds : 0.0);
+    table += Text_Format("\n  %-26s %9s  %9s  %9s  %9s  %9s\n", "views", "made", "right", "wrong",
+                         "too short", "not read");
     return table + sizes + (sizes.empty() ? "" : "\n") + kinds;
 }

@@ -8,6 +8,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "cascade.h"
+#include "inspect_report.h"
+#include "letters.h"
 #include "scan_watch.h"
 #include "symbol_scan.h"
 #include "text.h"
@@ -20,15 +22,16 @@ enum {
     TILE = 260, // longer side of a picture
     LABEL = 40, // above it: two lines
     GAP = 14,
-    HEADER = 58,
-    LINE_HEIGHT = 18,
+    LINE_HEIGHT = 18, // of a tile's label
+    HEAD_LINE = 22,
+    FOOT_LINE = 17,
     TILES_ABREAST = 4,
     FRAME = 4
 };
 
-const double LETTER_SMALL = 0.42;
-const double LETTER_LARGE = 0.55;
-const double LETTER_LEAST = 0.36;
+// Pixels of height.
+enum { LETTER_SMALL = 12, LETTER_HEAD = 15 };
+
 const double DIM = 0.3; // what is left of a dimmed picture, the rest is paper
 
 // Blue, green, red.
@@ -36,7 +39,16 @@ const cv::Scalar PAPER(255, 255, 255);
 const cv::Scalar INK(40, 40, 40);
 const cv::Scalar FAINT(150, 150, 150);
 const cv::Scalar GREEN(40, 150, 20);
-const cv::Scalar ORANGE(0, 120, 240);
+const cv::Scalar AMBER(0, 125, 215);
+const cv::Scalar RED(40, 40, 200);
+const cv::Scalar BLUE(200, 110, 0);
+
+// By ReportGrade.
+const cv::Scalar GRADE_COLOURS[] = {GREEN, AMBER, RED};
+
+const char FOOT[] =
+    "Opened: bright specks removed. Otsu: a level found by itself. Frame: the scan that won. "
+    "Outline: a code (blue: another scan's; red: not read). Dimmed: scan not made.";
 
 // One picture that the scanner was handed.
 struct Tile {
@@ -46,34 +58,44 @@ struct Tile {
     bool won = false;
     cv::Mat picture;
     WatchedScan scan;
+    std::vector<cv::Point2d> located; // outline of a code that is not read
 };
 
-// The built-in letters are ASCII.
-std::string Ascii(const std::string& text)
+// The text, or as much of its beginning as fits, with "..." behind it.
+std::string Cut(const Letters& letters, const std::string& text, int size, int width)
 {
-    std::string ascii = Text_Escape(text);
-    for (char& letter : ascii) {
-        letter = letter >= ' ' && letter <= '~' ? letter : '?';
-    }
-    return ascii;
-}
-
-void Write(cv::Mat& sheet, const std::string& text, cv::Point at, int width, double letter,
-           const cv::Scalar& colour, int thick = 1)
-{
-    int ignored = 0;
     std::string shown = text;
-    const auto tooWide = [&] {
-        return cv::getTextSize(shown, cv::FONT_HERSHEY_SIMPLEX, letter, thick, &ignored).width >
-               width;
-    };
-    while (letter > LETTER_LEAST && tooWide()) {
-        letter -= 0.01;
-    }
-    for (size_t kept = text.size(); kept > 0 && tooWide(); --kept) {
+    for (size_t kept = text.size(); kept > 0 && letters.Width(shown, size) > width;) {
+        --kept;
+        while (kept > 0 && (static_cast<unsigned char>(text[kept]) & 0xC0) == 0x80) {
+            --kept; // not inside a character
+        }
         shown = text.substr(0, kept) + "...";
     }
-    cv::putText(sheet, shown, at, cv::FONT_HERSHEY_SIMPLEX, letter, colour, thick, cv::LINE_AA);
+    return shown;
+}
+
+// The text in lines that fit, broken at blanks where there are any.
+std::vector<std::string> Lines(const Letters& letters, const std::string& text, int size, int width)
+{
+    std::vector<std::string> lines;
+    std::string rest = text;
+    while (letters.Width(rest, size) > width) {
+        std::string line = Cut(letters, rest, size, width);
+        line.resize(line.size() - 3); // its dots
+        const size_t blank = rest[line.size()] == ' ' ? line.size() : line.rfind(' ');
+        if (blank != std::string::npos && blank > 0) {
+            line.resize(blank);
+        }
+        if (line.empty()) {
+            break;
+        }
+        lines.push_back(line);
+        rest.erase(0, line.size());
+        rest.erase(0, rest.find_first_not_of(' '));
+    }
+    lines.push_back(rest);
+    return lines;
 }
 
 std::string FindingOf(const WatchedScan& scan, bool made)
@@ -86,7 +108,7 @@ std::string FindingOf(const WatchedScan& scan, bool made)
         return "not made, would find " + (symbologies.empty() ? "nothing" : symbologies);
     }
     if (scan.symbols.size() == 1) {
-        return symbologies + " \"" + Ascii(scan.symbols[0].text) + "\"";
+        return symbologies + " " + Text_Shown(scan.symbols[0].text);
     }
     return symbologies.empty() ? "nothing" : symbologies;
 }
@@ -130,7 +152,18 @@ std::vector<cv::Point> Outline(const WatchedSymbol& symbol, double scale)
     return points;
 }
 
-cv::Mat Drawn(const Tile& tile)
+void DrawOutline(cv::Mat& picture, const std::vector<cv::Point>& outline, const cv::Scalar& colour)
+{
+    if (!outline.empty()) {
+        cv::polylines(picture, outline, true, colour, 2, cv::LINE_AA);
+    }
+    for (const cv::Point& corner : outline) {
+        cv::circle(picture, corner, 4, colour, cv::FILLED, cv::LINE_AA);
+    }
+}
+
+// `won`: the colour of the scan that won.
+cv::Mat Drawn(const Tile& tile, const cv::Scalar& won)
 {
     const double scale = ScaleOf(tile.picture);
     const cv::Size size(std::max(1, cvRound(tile.picture.cols * scale)),
@@ -140,13 +173,14 @@ cv::Mat Drawn(const Tile& tile)
     cv::Mat coloured;
     cv::cvtColor(scaled, coloured, cv::COLOR_GRAY2BGR);
     for (const WatchedSymbol& symbol : tile.scan.symbols) {
-        const std::vector<cv::Point> outline = Outline(symbol, scale);
-        if (!outline.empty()) {
-            cv::polylines(coloured, outline, true, tile.won ? GREEN : ORANGE, 2, cv::LINE_AA);
+        DrawOutline(coloured, Outline(symbol, scale), tile.won ? won : BLUE);
+    }
+    if (!tile.located.empty()) {
+        std::vector<cv::Point> outline;
+        for (const cv::Point2d& corner : tile.located) {
+            outline.emplace_back(cvRound(corner.x * scale), cvRound(corner.y * scale));
         }
-        for (const cv::Point& corner : outline) {
-            cv::circle(coloured, corner, 4, tile.won ? GREEN : ORANGE, cv::FILLED, cv::LINE_AA);
-        }
+        cv::polylines(coloured, outline, true, RED, 1, cv::LINE_AA);
     }
     if (!tile.made) {
         coloured = coloured * DIM + PAPER * (1.0 - DIM);
@@ -154,39 +188,58 @@ cv::Mat Drawn(const Tile& tile)
     return coloured;
 }
 
-void PutTile(cv::Mat& sheet, const Tile& tile, cv::Point at)
+void PutTile(cv::Mat& sheet, const Letters& letters, const Tile& tile, cv::Point at,
+             const cv::Scalar& won)
 {
-    const cv::Scalar& colour = tile.won ? GREEN : tile.made ? INK : FAINT;
-    Write(sheet, tile.title, at + cv::Point(0, LINE_HEIGHT - 4), TILE, LETTER_SMALL, colour);
-    Write(sheet, tile.finding, at + cv::Point(0, 2 * LINE_HEIGHT - 4), TILE, LETTER_SMALL, colour);
-    const cv::Mat drawn = Drawn(tile);
+    const cv::Scalar& colour = tile.won ? won : tile.made ? INK : FAINT;
+    const std::string labels[] = {tile.title, tile.finding};
+    for (int i = 0; i < 2; ++i) {
+        letters.Draw(sheet, Cut(letters, labels[i], LETTER_SMALL, TILE),
+                     at + cv::Point(0, (i + 1) * LINE_HEIGHT - 4), LETTER_SMALL, colour);
+    }
+    const cv::Mat drawn = Drawn(tile, won);
     const cv::Rect place(at.x, at.y + LABEL, drawn.cols, drawn.rows);
     drawn.copyTo(sheet(place));
     if (tile.won) {
         cv::rectangle(sheet, place + cv::Point(-FRAME / 2, -FRAME / 2) + cv::Size(FRAME, FRAME),
-                      GREEN, FRAME);
+                      won, FRAME);
     } else {
         cv::rectangle(sheet, place + cv::Point(-1, -1) + cv::Size(2, 2), FAINT, 1);
     }
 }
 
-std::string Verdict(const WatchedReading& reading)
+// What the main application gets, and by which scan.
+std::string SummaryOf(const WatchedReading& reading)
 {
+    const std::string remark = Report_Remark(reading);
     if (reading.attempt == 0) {
-        return "no code found in " + std::to_string(reading.scans) + " scans";
+        return remark.empty() ? "no code found in " + std::to_string(reading.scans) + " scans"
+                              : remark;
     }
-    return std::string(reading.outcome == READING_SHORT ? "too short to be reported: \""
-                                                        : "read: \"") +
-           Ascii(reading.text) + "\", " + reading.symbologies + ", by " +
-           Qrcode_AttemptName(reading.attempt) + (reading.opened ? ", opened" : "") + ", scan " +
-           std::to_string(reading.scans);
+    const std::string text = Text_Shown(reading.text) + ", " + reading.symbologies + ", by " +
+                             Qrcode_AttemptName(reading.attempt) +
+                             (reading.opened ? ", opened" : "") + ", scan " +
+                             std::to_string(reading.scans);
+    return reading.outcome == READING_TEXT      ? "read: " + text
+           : reading.outcome == READING_ALTERED ? "altered: reported is " + text + ": " + remark
+                                                : remark + ": " + text;
 }
+
+struct HeadLine {
+    std::string text;
+    cv::Scalar colour;
+};
 
 } // namespace
 
-cv::Mat Sheet_Draw(const WatchedReading& reading, const cv::Mat& grey, const std::string& name,
-                   const std::vector<int>& attempts)
+bool Sheet_Draw(const WatchedReading& reading, const LikelyCauses& causes, const cv::Mat& grey,
+                const std::string& name, const std::vector<int>& attempts, cv::Mat& sheet,
+                std::string& error)
 {
+    Letters letters;
+    if (!letters.Open(error)) {
+        return false;
+    }
     std::vector<int> shown = attempts;
     for (int n = 1; attempts.empty() && n <= Qrcode_AttemptCount(); ++n) {
         shown.push_back(n);
@@ -195,24 +248,53 @@ cv::Mat Sheet_Draw(const WatchedReading& reading, const cv::Mat& grey, const std
     const int abreast = std::min<int>(count, TILES_ABREAST);
     const int rowCount = 2 * ((count + TILES_ABREAST - 1) / TILES_ABREAST);
     const int tileHeight = LABEL + cvRound(grey.rows * ScaleOf(grey)) + GAP;
-    cv::Mat sheet(HEADER + rowCount * tileHeight, GAP + abreast * (TILE + GAP), CV_8UC3, PAPER);
+    const int width = GAP + abreast * (TILE + GAP);
+    const int textWidth = width - 2 * GAP;
+    const cv::Scalar& grade = GRADE_COLOURS[Report_Grade(reading)];
 
-    const int textWidth = sheet.cols - 2 * GAP;
-    Write(sheet, Ascii(name), cv::Point(GAP, 24), textWidth, LETTER_LARGE, INK);
-    Write(sheet, Verdict(reading), cv::Point(GAP, 24 + LINE_HEIGHT + 2), textWidth, LETTER_LARGE,
-          reading.attempt != 0 ? GREEN : ORANGE);
+    std::vector<HeadLine> head;
+    const auto add = [&](const std::string& text, const cv::Scalar& colour) {
+        for (const std::string& line : Lines(letters, text, LETTER_HEAD, textWidth)) {
+            head.push_back({line, colour});
+        }
+    };
+    add(Text_Escape(name), INK);
+    add(SummaryOf(reading), grade);
+    for (const std::string& detail : Report_Details(reading, causes)) {
+        add(detail, INK);
+    }
+    const std::vector<std::string> foot = Lines(letters, FOOT, LETTER_SMALL, textWidth);
+
+    const int top = GAP + static_cast<int>(head.size()) * HEAD_LINE;
+    const int bottom = top + rowCount * tileHeight;
+    sheet.create(bottom + static_cast<int>(foot.size()) * FOOT_LINE + GAP, width, CV_8UC3);
+    sheet.setTo(PAPER);
+    int y = GAP;
+    for (const HeadLine& line : head) {
+        letters.Draw(sheet, line.text, {GAP, y + LETTER_HEAD - 2}, LETTER_HEAD, line.colour);
+        y += HEAD_LINE;
+    }
     CascadePictures pictures;
     pictures.grey = grey;
     for (int i = 0; i < count; ++i) {
         const int attempt = shown[static_cast<size_t>(i)];
         const cv::Mat prepared = Qrcode_PrepareAttempt(attempt, &pictures);
         const cv::Point at(GAP + i % TILES_ABREAST * (TILE + GAP),
-                           HEADER + i / TILES_ABREAST * 2 * tileHeight);
-        PutTile(sheet, MakeTile(reading, prepared, attempt, false), at);
-        PutTile(sheet, MakeTile(reading, Qrcode_OpenPicture(prepared), attempt, true),
-                at + cv::Point(0, tileHeight));
+                           top + i / TILES_ABREAST * 2 * tileHeight);
+        Tile plain = MakeTile(reading, prepared, attempt, false);
+        if (attempt == 1 && causes.code.shape != CODE_NONE) {
+            plain.located.assign(causes.code.outline, causes.code.outline + 4);
+        }
+        PutTile(sheet, letters, plain, at, grade);
+        PutTile(sheet, letters, MakeTile(reading, Qrcode_OpenPicture(prepared), attempt, true),
+                at + cv::Point(0, tileHeight), grade);
     }
-    return sheet;
+    y = bottom;
+    for (const std::string& line : foot) {
+        letters.Draw(sheet, line, {GAP, y + LETTER_SMALL}, LETTER_SMALL, INK);
+        y += FOOT_LINE;
+    }
+    return true;
 }
 
 bool Sheet_Write(const cv::Mat& sheet, const std::string& path, std::string& error)

@@ -9,6 +9,7 @@
 #include <string>
 #include <type_traits>
 
+#include "likely_causes.h"
 #include "watched_reading.h"
 
 enum {
@@ -19,6 +20,7 @@ enum {
 // Flat: crosses a pipe.
 struct InspectRecord {
     WatchedReading reading;
+    LikelyCauses causes; // why there is no text, where they were looked for
     bool sheetFailed = false;
     char sheetError[READING_NOTE_SIZE] = {};
 };

@@ -22,10 +22,11 @@ namespace
 
 const char ABOUT[] =
     "Puts pictures through the reading of the qrcode service and shows what happened.\n"
-    "Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or\n"
-    "(with --truth) gave another than the expected one; 2 on wrong usage. With --cards 0 when "
-    "every\n"
-    "card was read right somewhere and none was ever reported wrong, 1 otherwise.";
+    "Ends with 0 when the service reports the text of each picture's code as it is; 1 when it\n"
+    "reports another or none of some, or (with --truth) not the expected one; 2 on wrong usage. "
+    "With\n"
+    "--cards 0 when every card was read right somewhere and none was ever reported wrong, 1 "
+    "otherwise.";
 
 struct InspectOptions {
     std::vector<std::string> places; // pictures and folders
@@ -36,7 +37,7 @@ struct InspectOptions {
     std::vector<int> attempts; // to draw on it, in this order; all when empty
 };
 
-enum { PATH_WIDEST = 48 }; // characters of the files' column
+enum { PATH_WIDEST = 48 }; // columns of the files' on a terminal; elsewhere nothing is cut
 
 const char CLEAR_LINE[] = "\r\033[K";
 
@@ -89,14 +90,19 @@ InspectRecord InspectOne(const std::string& path, const InspectOptions& options)
         return record;
     }
     record.reading = Reading_Take(jpeg, grey);
+    if (record.reading.outcome == READING_NO_CODE && record.reading.textCount == 0) {
+        record.causes = Causes_Find(grey);
+    }
     if (options.sheet.empty()) {
         return record;
     }
     error = "there is no picture to draw";
     const std::string name = std::filesystem::path(path).filename().string();
+    cv::Mat sheet;
     record.sheetFailed =
-        grey.empty() || !Sheet_Write(Sheet_Draw(record.reading, grey, name, options.attempts),
-                                     options.sheet, error);
+        grey.empty() ||
+        !Sheet_Draw(record.reading, record.causes, grey, name, options.attempts, sheet, error) ||
+        !Sheet_Write(sheet, options.sheet, error);
     std::snprintf(record.sheetError, sizeof(record.sheetError), "%s", error.c_str());
     return record;
 }
@@ -108,7 +114,9 @@ void PrintOne(const InspectedPicture& picture, const InspectOptions& options, si
         std::fflush(stdout);
         Complain(picture.path, picture.reading.remark);
     }
-    const std::string line = options.json ? Report_Json(picture) : Report_Line(picture, pathWidth);
+    const std::string line = options.json
+                                 ? Report_Json(picture)
+                                 : Report_Line(picture, pathWidth, Text_MayEscape(STDOUT_FILENO));
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }
@@ -134,15 +142,17 @@ int Inspect(const InspectOptions& options)
     const bool many = folder || paths.size() > 1;
     size_t pathWidth = 0;
     for (const std::string& path : paths) {
-        pathWidth = std::max(pathWidth, Text_Characters(Text_Escape(path)));
+        pathWidth = std::max(pathWidth, Text_Columns(Text_Escape(path)));
     }
-    pathWidth = std::min<size_t>(pathWidth, PATH_WIDEST);
+    if (isatty(STDOUT_FILENO) == 1) {
+        pathWidth = std::min<size_t>(pathWidth, PATH_WIDEST);
+    }
     if (!options.json) {
         std::printf("%s\n", Report_Heading(pathWidth, options.truth).c_str());
     }
 
     InspectTally tally;
-    const bool watched = many && isatty(STDERR_FILENO) == 1; // by a person, for a while
+    const bool watched = many && Text_MayEscape(STDERR_FILENO); // by a person, for a while
     const char* const clearLine = watched ? CLEAR_LINE : "";
     const auto progress = [&](size_t done) {
         if (watched) {
@@ -154,7 +164,7 @@ int Inspect(const InspectOptions& options)
     const bool ran = Worker_ForEach<InspectRecord>(
         paths.size(), [&](size_t n) { return InspectOne(paths[n], options); },
         [&](size_t n, const InspectRecord& record, const std::string& death) {
-            InspectedPicture picture = {paths[n], record.reading, options.truth, {}};
+            InspectedPicture picture = {paths[n], record.reading, record.causes, options.truth, {}};
             if (!death.empty()) {
                 std::snprintf(picture.reading.remark, READING_NOTE_SIZE, "%s", death.c_str());
             }
