@@ -91,7 +91,8 @@ TEST(CardCheckTest, JudgesWhatTheMainApplicationIsSent)
     };
     const Case cases[] = {
         {"PASS-000731", "PASS-000731", READING_TEXT, CARD_RIGHT},
-        {"PASS-000731", "23SS-000731", READING_TEXT, CARD_WRONG},
+        {"PASS-000731", "23SS-000731", READING_ALTERED, CARD_WRONG},
+        {"PASS-000731", "PASS-000731", READING_ALTERED, CARD_RIGHT}, // overlaid by its own bytes
         {"PASS-000731", "PASS-0007310", READING_TEXT, CARD_WRONG},
         {"PASS-000731", "23", READING_SHORT, CARD_SHORT},
         {"PASS-000731", "", READING_NO_CODE, CARD_UNREAD},
@@ -163,8 +164,8 @@ TEST_F(CardsToolTest, AWrongCardIsNamedWithItsWorstViewWhichInspectShows)
     const std::vector<std::string> kept = {INSPECT, "--truth", worst};
     tool = RunProgram(Emulated(kept));
     EXPECT_EQ(1, tool.status);
-    EXPECT_EQ(1, Lines("card-2-wrong.png  read           WRONG       23  QR-Code, EAN-2"));
-    EXPECT_EQ(1, Lines("Pictures: 1, read: 1"));
+    EXPECT_EQ(1, Lines("card-2-wrong.png  altered        WRONG       23  QR-Code, EAN-2"));
+    EXPECT_EQ(1, Lines("Pictures: 1, read: 0, altered: 1"));
 
     EXPECT_EQ(1, Run({texts, "--level", "Q", "--straight"}));
     ASSERT_EQ(lines.size(), tool.lines.size());

@@ -218,7 +218,7 @@ TEST_F(DemoTest, LongNamesKeepTheColumnAndTakenPortsAreSaid)
     Put("plain.png", longName, PLAIN_TEXT);
     const Ended demo = Run();
     EXPECT_EQ(
-        1, demo.Lines("a-" + std::string(17, 'x') + "..." + std::string(12, 'x') + "-z.png  ok "));
+        1, demo.Lines("a-" + std::string(16, 'x') + "..." + std::string(13, 'x') + "-z.png  ok "));
     EXPECT_EQ(1, demo.Lines("short.png" + std::string(40 - 9, ' ') + "  ok "));
     for (const int port : {QRCODE_SERVER_PORT, QRCODE_PEER_PORT}) {
         const UdpPeer taker(port);

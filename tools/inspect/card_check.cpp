@@ -31,7 +31,7 @@ const char* Card_VerdictName(CardVerdict verdict)
 
 CardVerdict Card_Judge(const ExpectedText& expected, const WatchedReading& reading)
 {
-    const bool reported = reading.outcome == READING_TEXT;
+    const bool reported = Reading_IsReported(reading);
     if (Expected_JudgeReport(expected, reported, reading.text) == VERDICT_RIGHT) {
         return CARD_RIGHT;
     }

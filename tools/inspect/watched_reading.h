@@ -51,6 +51,12 @@ struct WatchedReading {
     char remark[READING_NOTE_SIZE] = {};      // why there is no picture, may be cut
 };
 
+// True when the main application is told a text, the code's own or another.
+inline bool Reading_IsReported(const WatchedReading& reading)
+{
+    return reading.outcome == READING_TEXT || reading.outcome == READING_ALTERED;
+}
+
 // The JPEG that the simulated camera makes of a picture file. Returns false with the reason.
 bool Reading_CameraJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std::string& error);
 
