@@ -146,7 +146,9 @@ TEST_F(AppTest, EndsWithTheCommandAndWithWhatItHasStarted)
     const auto childIsGone = [&child] {
         return Wait_Until([&child] { return kill(std::stoi(ReadAll(child)), 0) != 0; });
     };
-    EXPECT_EQ(7, RunProgram(Command(leave + "exit 7")).status);
+    const Ended early = RunProgram(Command(leave + "exit 7"));
+    EXPECT_EQ(1, early.Lines("status 7; it had not bound 127.0.0.1:10000, so the service was not"));
+    EXPECT_EQ(7, early.status);
     EXPECT_TRUE(childIsGone());
     EXPECT_EQ(137, RunProgram(Command("kill -KILL $$")).status);
 

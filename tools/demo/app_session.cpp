@@ -182,6 +182,10 @@ int Watch(AppSession& session, Terminal& terminal, Program& command, std::string
         }
         if (!running) {
             end = "the command " + command.EndText();
+            if (!session.launched) {
+                end += "; it had not bound 127.0.0.1:" + std::to_string(QRCODE_PEER_PORT) +
+                       ", so the service was not started";
+            }
             return StatusOf(command);
         }
         if (!serving) {
