@@ -45,7 +45,12 @@ if (($# > 1)); then
     build+=(--target "${@:2}")
     # Configured already: as it is, or by the presets anew when those have changed since.
     tests=$(sed -n 's/^QRCODE_TESTS:BOOL=//p' "$cache" 2> /dev/null || true)
-    if [[ -f build/$folder/build.ninja && build/$folder/build.ninja -nt CMakePresets.json &&
+    # A target that is not there yet waits for a library that may have come since.
+    known=1
+    for target in "${@:2}"; do
+        grep -qsE "^build $target: phony" "build/$folder/build.ninja" || known=
+    done
+    if [[ -n $known && build/$folder/build.ninja -nt CMakePresets.json &&
         ${#definitions[@]} -eq 0 ]]; then
         configure=(true)
     else
@@ -59,7 +64,6 @@ configure_and_build()
 {
     "${configure[@]}" && "${build[@]}"
 }
-trap give_build_back EXIT
 trap 'exit 130' INT TERM HUP # else ninja's end would be told as a failed build
 if ! with_progress "$log" "Building in build/$folder" configure_and_build; then
     cat "$log" >&2

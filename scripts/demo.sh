@@ -33,7 +33,7 @@ while (($# > 0)); do
     case $1 in
     -h | --help) help_if_asked "$1" ;;
     --app)
-        [[ -n ${2-} ]] || fail -2 "--app wants a command"
+        [[ -n ${2-} && $2 != -* ]] || fail -2 "--app wants a command"
         app=$2
         shift
         ;;
@@ -73,19 +73,22 @@ fi
 see_words()
 {
     local word words path folder
-    mapfile -t words < <(xargs -n 1 printf '%s\n' <<< "$app" 2> /dev/null ||
-        tr -s ' ' '\n' <<< "$app") # quotation marks that xargs cannot pair
+    # With quotation marks as a shell reads them, and between its other signs.
+    mapfile -t words < <(xargs -n 1 printf '%s\n' <<< "$app" 2> /dev/null || true
+        tr -s " ;&|()<>'\"" '\n' <<< "$app")
     for word in "$PWD" "${words[@]}"; do
         path=${word#*=} # of --option=PATH too
-        [[ -n $path && -e $path ]] || continue
+        [[ -z $path || -e $path ]] || path=$(type -P -- "$path") || continue
+        [[ -n $path ]] || continue
         path=$(realpath -s -- "$path")
         folder=$path
         [[ -d $path ]] || folder=${path%/*}
         case $folder in
-        "" | /tmp | /Database | /dev | /proc | /proc/* | /sys) folder=$path ;; # the world's own
+        "" | /tmp | /Database | /dev/shm | /sys) folder=$path ;; # the world's own
         esac
         case $folder in
-        /tmp | /Database | /dev | /dev/null | /proc | /proc/* | / | /sys) ;;
+        /dev/shm/?*) world+=(--see "$folder") ;;
+        / | /tmp | /Database | /dev | /dev/* | /proc | /proc/* | /sys) ;;
         *) world+=(--see "$folder") ;;
         esac
     done
@@ -95,6 +98,7 @@ log=$LOG_FOLDER
 if [[ -n $app ]]; then
     record=$project/build/app-log/$(date +%Y%m%d-%H%M%S)-$$
     mkdir -p "$record"
+    give_build_back
     runner+=(--app "$app")
     if $own_ports; then
         runner+=(--record "$record/screen.txt")

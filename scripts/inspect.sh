@@ -9,8 +9,8 @@
 #   --sheet FILE     draw every picture that the scanner is handed into this PNG; one picture only
 #   --attempts N,... only these attempts on the sheet, 1 to 8
 #   --version        print the version
-# Ends with 0 when every picture gave a text that the service reports; 1 when some did not, or (with
-# --truth) gave another than the expected one, or something breaks; 2 on wrong usage.
+# Ends with 0 when the service reports the text of each picture's code as it is; 1 when it reports
+# another or none of some, or (with --truth) not the expected one, or something breaks; 2 on wrong usage.
 #
 #   --cards          check cards before they are printed: the places are files of texts, one a line (-:
 #                    standard input), each drawn as a QR code, or pictures of cards, their text in

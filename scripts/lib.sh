@@ -112,7 +112,7 @@ own_build_root()
 {
     local build=$project/build message
     if [[ -L $build ]]; then # a copied link leads into the original's folder
-        fail "$build is a symbolic link, maybe to another checkout's folder; remove it: rm $build"
+        fail "$build is a symbolic link, maybe to another checkout's folder; remove it: rm $(printf %q "$build")"
     elif [[ -e $build && ! -d $build ]]; then
         fail "$build is in the way, it is no folder; move it away"
     elif [[ ! -e $build ]]; then
@@ -124,19 +124,22 @@ own_build_root()
 }
 
 # own_build NAME: the same, and of build/NAME. One that was configured in another place, or is no
-# longer whole, is removed but for its results/, measurements that cannot be made anew.
+# longer whole, is removed but for what cannot be made anew: its results/, measurements, and symbols/,
+# the unstripped twins of programs that were installed.
 own_build()
 {
     own_build_root
     local folder=$project/build/$1 log=$project/build/$1.log cache home where foreign
     if [[ -L $folder ]]; then
-        fail "$folder is a symbolic link, maybe to another checkout's folder; remove it: rm $folder"
+        fail "$folder is a symbolic link, maybe to another checkout's folder; remove it: rm $(printf %q "$folder")"
     fi
     [[ ! -e $log || -w $log ]] || not_writable "$log"
     [[ -d $folder ]] || return 0
     # Whoever built as root in here has left files that only root can replace.
-    foreign=$(find "$folder" \( -type d -o -type f ! -user "$EUID" \) ! -writable -print -quit \
-        2> /dev/null || true)
+    # What no build replaces may stay root's.
+    foreign=$(find "$folder" \( -path "$folder/symbols" -o -path "$folder/results" \
+        -o -path "$folder/Testing" -o -name install_manifest.txt \) -prune \
+        -o \( -type d -o -type f ! -user "$EUID" \) ! -writable -print -quit 2> /dev/null || true)
     [[ -z $foreign ]] || not_writable "$foreign"
 
     cache=$folder/CMakeCache.txt
@@ -155,10 +158,13 @@ own_build()
     # Renamed first: whatever interrupts this, nothing of the old folder is taken for the new one.
     local old=$project/build/.old.$$
     mv -- "$folder" "$old"
-    if [[ -d $old/results ]]; then
-        mkdir -- "$folder"
-        mv -- "$old/results" "$folder/"
-    fi
+    local kept
+    for kept in results symbols; do
+        if [[ -d $old/$kept ]]; then
+            mkdir -p -- "$folder"
+            mv -- "$old/$kept" "$folder/"
+        fi
+    done
     rm -rf -- "$old"
 }
 
@@ -167,14 +173,18 @@ not_writable()
     if ((EUID == 0)) || [[ -O $1 ]]; then
         fail "$1 cannot be written: is the file system read-only, or chmod u+w wanted?"
     fi
-    fail "$1 belongs to another user ($(stat -c %U -- "$1")); remove it: sudo rm -r $project/build"
+    local build=$project/build
+    fail "$1 belongs to another user ($(stat -c %U -- "$1"));" \
+        "take it over: sudo chown -R $(id -un) $(printf %q "$build")"
 }
 
 # What root makes in another user's checkout goes to that user, who could not build there any more
-# otherwise. Where it cannot, own_build tells the user.
+# otherwise. Where it cannot, own_build tells the user. Runs when a script ends; one with a trap of its
+# own calls it there.
 give_build_back()
 {
     if ((EUID == 0)) && [[ ! -O $project ]]; then
         chown -hR --from=root --reference="$project" "$project/build" 2> /dev/null || true
     fi
 }
+trap give_build_back EXIT

@@ -99,14 +99,14 @@ if [ -n "$symbols" ]; then
 fi
 
 work=$(mktemp -d) || fail "no temporary folder"
-gdb=''
+gdb='' new=''
 # gdb is asked to end, not killed: it has to take its breakpoint out of the service again.
 end_gdb()
 {
     [ -z "$gdb" ] || { kill "$gdb" && wait "$gdb"; } 2> /dev/null
     gdb=''
 }
-trap 'end_gdb; rm -rf "$work" "$out.new"' EXIT
+trap 'end_gdb; rm -rf "$work" ${new:+"$new"}' EXIT
 trap 'exit 130' INT TERM HUP
 
 cat > "$work/commands" << END
@@ -158,4 +158,5 @@ if [ ! -s "$work/picture" ]; then
 fi
 [ "$(od -An -tx1 -N2 "$work/picture" | tr -d ' ')" = ffd8 ] ||
     fail "the encoder gave no picture; the service's standard error says why"
-{ cat "$work/picture" > "$out.new" && mv -f -- "$out.new" "$out"; } || fail "cannot write $out"
+new=$(mktemp "$out.XXXXXX") || fail "cannot write $out"
+{ cat "$work/picture" > "$new" && chmod 644 "$new" && mv -f -- "$new" "$out"; } || fail "cannot write $out"

@@ -96,7 +96,7 @@ TEST_F(AppTest, TellsWhatAMistakeDoesAndTheServiceAgrees)
           "without effect: the service is parked"},
          false},
         {"bind(); receive(0x602); send(mode(3), frame(0x903)); time.sleep(1.5)",
-         {"mode 3 leaves reading off", "ignored, because the mode is 3; reading stays off"},
+         {"mode 3: reading stays off", "ignored, because the mode is 3; reading stays off"},
          false},
         {"bind(); receive(0x602); send(mode(1), frame(0x999), frame(0x903)); receive(0x904)",
          {"0x999 is no command to the service"},
@@ -106,7 +106,7 @@ TEST_F(AppTest, TellsWhatAMistakeDoesAndTheServiceAgrees)
          "send(mode(0), frame(0x905)); receive(0x904); receive(0x904); receive(0x904)\n"
          "send(frame(0x604, bytes(1139) + b'\\1', sync=2))",
          {"empty: the service logs", "shorter than a header: what is missing counts as zero",
-          "mode 0 leaves reading on", "because the mode is 0; reading stays on",
+          "mode 0: reading stays on", "because the mode is 0; reading stays on",
           "the sync word is 0x2, not 0x3456"},
          true},
         {"bind(); hello, sender = link.recvfrom(65536); link.sendto(mode(1), sender)\n"
@@ -150,6 +150,10 @@ TEST_F(AppTest, EndsWithTheCommandAndWithWhatItHasStarted)
     EXPECT_EQ(1, early.Lines("status 7; it had not bound 127.0.0.1:10000, so the service was not"));
     EXPECT_EQ(7, early.status);
     EXPECT_TRUE(childIsGone());
+    // Left outside the process group, which only a reaper of its own finds; endless output.
+    const Ended apart = RunProgram(Command("bash -c 'set -m; " + leave + "exit'; exit 7"));
+    EXPECT_EQ(7, apart.status);
+    EXPECT_TRUE(childIsGone());
     EXPECT_EQ(137, RunProgram(Command("kill -KILL $$")).status);
 
     Program demo;
@@ -160,6 +164,13 @@ TEST_F(AppTest, EndsWithTheCommandAndWithWhatItHasStarted)
     kill(demo.Pid(), SIGINT);
     EXPECT_EQ(0, EndOf(demo).status);
     EXPECT_TRUE(childIsGone());
+
+    StartProgram(demo, Command("trap 'echo good-bye; exit' TERM; echo up; yes endless & wait"));
+    EXPECT_TRUE(demo.AwaitLine(" app endless", line));
+    kill(demo.Pid(), SIGHUP);
+    const Ended hungUp = EndOf(demo);
+    EXPECT_EQ(0, hungUp.status);
+    EXPECT_EQ(1, hungUp.Lines(" app good-bye"));
 
     WriteAll(folder / "service", "#!/bin/sh\necho last words; exit 3\n");
     std::filesystem::permissions(folder / "service", std::filesystem::perms::owner_all);

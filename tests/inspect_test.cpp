@@ -225,7 +225,13 @@ TEST(WatchedReadingTest, OnlyTheExactTextOfTheOneCodeIsToldExactly)
          READING_NO_CODE,
          0,
          GRADE_TOLD_OTHERWISE,
-         "found, never reported: the text is empty or begins with a zero byte"},
+         "read, never reported: the text is empty or begins with a zero byte"},
+        {{{a, "\0X"s}, {}},
+         "",
+         READING_NO_CODE,
+         0,
+         GRADE_TOLD_OTHERWISE,
+         "read, never reported: the last code's text is empty or begins with a zero byte"},
         {{{}, {}}, "", READING_NO_CODE, 0, GRADE_NOTHING, ""},
     };
     for (const auto& one : cases) {

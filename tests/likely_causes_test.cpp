@@ -1,7 +1,9 @@
 // Why a view is not read: each fault drawn in a known size comes first, with that size; without the
 // fault it is not named.
+#include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -153,6 +155,38 @@ TEST(LikelyCausesTest, TheFaultThatWasDrawnComesFirstInItsSize)
             << found.causes[0].sentence;
         EXPECT_STRNE("", found.causes[0].sentence);
     }
+}
+
+TEST(LikelyCausesTest, OneCornerSquareAloneIsMeasuredToo)
+{
+    const LikelyCauses found = Causes_Find(~Code(6, 0, {190, 190}));
+    const LikelyCause* const end = found.causes + found.count;
+    const LikelyCause* const inverted = std::find_if(
+        found.causes, end, [](const LikelyCause& cause) { return cause.kind == CAUSE_INVERTED; });
+    ASSERT_NE(end, inverted);
+    EXPECT_NEAR(210, inverted->value, 6);
+}
+
+// A long outline with thousands of dots in it, inside two frames, took more than a minute.
+TEST(LikelyCausesTest, HostilePicturesTakeNoTime)
+{
+    cv::Mat view(400, 400, CV_8UC1, cv::Scalar(0));
+    cv::rectangle(view, cv::Rect(3, 3, 394, 394), cv::Scalar(255), cv::FILLED);
+    cv::rectangle(view, cv::Rect(6, 6, 388, 388), cv::Scalar(0), cv::FILLED);
+    for (int y = 10; y < 390; y += 4) {
+        for (int x = 10; x < 198; x += 4) {
+            cv::rectangle(view, cv::Rect(x, y, 2, 2), cv::Scalar(255), cv::FILLED);
+        }
+        cv::rectangle(view, cv::Rect(202, y, 192, 2), cv::Scalar(255), cv::FILLED);
+    }
+    const std::clock_t start = std::clock();
+    Causes_Find(view);
+    EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 20.0);
+    // Stripes of a pixel are sharp.
+    for (int x = 0; x < 400; ++x) {
+        view.col(x).setTo(x % 2 == 0 ? 0 : 255);
+    }
+    EXPECT_NE(CAUSE_BLURRED_VIEW, Causes_Find(view).causes[0].kind);
 }
 
 TEST(LikelyCausesTest, EveryPlaceThatIsNamedIsAHeadingOfTheGuide)

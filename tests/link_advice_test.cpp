@@ -40,7 +40,11 @@ PanelBytes Resynced(PanelBytes frame)
     return frame;
 }
 
-const PanelBytes HELLO = Command(MSG_CMD_QRCODE_START);
+const PanelBytes HELLO = [] {
+    PanelBytes frame = Command(MSG_CMD_QRCODE_START);
+    frame[8] = MSG_SOURCE_QRCODE;
+    return frame;
+}();
 const PanelBytes ENABLE = Command(MSG_CMD_QRCODE_ENABLE);
 const PanelBytes DISABLE = Command(MSG_CMD_QRCODE_DISABLE);
 const PanelBytes STOP = Command(MSG_CMD_QRCODE_STOP);
@@ -48,6 +52,7 @@ const PanelBytes RESULT = Command(MSG_CMD_QRCODE_RESULT);
 const size_t WHOLE_MODE = MSG_PARAM_MODE_OFFSET + 1;
 
 const char PARKED[] = "parked for good";
+const char PARKED_STILL[] = "the service stays parked";
 
 LinkNotes Tell(LinkAdvice& advice, const Step& step)
 {
@@ -90,37 +95,78 @@ TEST(LinkAdviceTest, SaysWhatADatagramDoesNotDo)
         {"the mode a little late; flags still change",
          {{0, IN, HELLO, {}},
           {299, TIME, {}, {}},
-          {300, OUT, Mode(1), {PARKED, "mode 1 came 0.300 s after 0x602, later than 0.3 s"}},
-          {301, OUT, ENABLE, {PARKED}},
-          {302, OUT, STOP, {}},
+          {319, TIME, {}, {}},
+          {320, OUT, Mode(1), {PARKED, "mode 1 came 0.320 s after 0x602, later than 0.3 s"}},
+          {321, OUT, ENABLE, {PARKED}},
+          {322, OUT, STOP, {}},
+          {323, OUT, ENABLE, {PARKED}},
+          {324, OUT, Mode(3), {PARKED_STILL}},
+          {325, OUT, STOP, {"because the mode is 3; reading stays off"}},
           {900, TIME, {}, {}},
           {950, PICTURE, {}, {"pictures all the same"}},
-          {960, OUT, ENABLE, {}}}},
+          {960, OUT, Mode(2), {}},
+          {970, OUT, ENABLE, {}}}},
+        {"between the answer's time and the look",
+         {{0, IN, HELLO, {}},
+          {300, OUT, Mode(1), {"mode 1 came 0.300 s after 0x602, too late to be sure"}},
+          {301, OUT, Mode(2), {}}, // as good as 1
+          {302, OUT, ENABLE, {}},
+          {320, TIME, {}, {}},
+          {3301, TIME, {}, {}},
+          {3302, TIME, {}, {"no picture is taken although 0x903 came"}},
+          {9000, TIME, {}, {}}}},
+        {"frozen before the look",
+         {{0, IN, HELLO, {}},
+          {1, OUT, Mode(1), {}},
+          {2, OUT, ENABLE, {}},
+          {3, OUT, Mode(0), {"mode 0: the service parks"}},
+          {4, OUT, DISABLE, {"because the mode is 0; the enable flag stays on"}},
+          {320, TIME, {}, {"no mode but 0"}}}},
+        {"enabled again after a while",
+         {{0, IN, HELLO, {}},
+          {1, OUT, Mode(1), {}},
+          {2, OUT, ENABLE, {}},
+          {3, OUT, DISABLE, {}},
+          {5000, OUT, ENABLE, {}},
+          {7999, TIME, {}, {}},
+          {8000, TIME, {}, {"no picture is taken"}}}},
+        {"frozen when the enable comes",
+         {{0, IN, HELLO, {}},
+          {1, OUT, Mode(3), {"mode 3: reading stays off"}},
+          {2, OUT, ENABLE, {"ignored"}},
+          {500, OUT, Mode(1), {}},
+          {3000, TIME, {}, {"no 0x903 was obeyed"}}}},
         {"never a mode, or mode 0 only",
          {{0, IN, HELLO, {}},
           {250, OUT, ENABLE, {"no 0x604 has come"}},
-          {310, TIME, {}, {"no 0x604 came"}},
-          {320, TIME, {}, {}},
-          {0, IN, HELLO, {}}, // another start
-          {1, OUT, Mode(0), {"mode 0: the service parks"}},
-          {310, TIME, {}, {"no mode but 0"}}}},
+          {320, TIME, {}, {"no 0x604 came"}},
+          {330, TIME, {}, {}}}},
+        {"a hello of somebody else's",
+         {{0, IN, HELLO, {}},
+          {1, OUT, Mode(1), {}},
+          {2, OUT, ENABLE, {}},
+          {400, PICTURE, {}, {}},
+          {500, IN, HELLO, {"not this service's"}},
+          {600, IN, Cut(HELLO, 6), {"not this service's"}},
+          {700, OUT, DISABLE, {}}, // still scanning
+          {9000, TIME, {}, {}}}},
         {"frozen off, then on",
          {{0, IN, HELLO, {}},
-          {1, OUT, Mode(3), {"mode 3 leaves reading off"}},
+          {1, OUT, Mode(3), {"mode 3: reading stays off"}},
           {2, OUT, ENABLE, {"because the mode is 3; reading stays off"}},
           {400, OUT, Mode(255), {}},
           {500, OUT, ENABLE, {}},
-          {600, OUT, Mode(0), {"mode 0 leaves reading on"}},
+          {600, OUT, Mode(0), {"mode 0: reading stays on"}},
           {700, OUT, DISABLE, {"because the mode is 0; reading stays on"}},
           {700, OUT, STOP, {"because the mode is 0; reading stays on"}},
           {800, OUT, Mode(2), {}},
           {900, OUT, STOP, {}},
-          {910, OUT, Mode(3), {"mode 3 leaves reading off"}}}},
+          {910, OUT, Mode(3), {"mode 3: reading stays off"}}}},
         {"never an enable",
          {{0, IN, HELLO, {}},
           {1, OUT, Mode(1), {}},
           {2999, TIME, {}, {}},
-          {3000, TIME, {}, {"no 0x903 has come"}},
+          {3000, TIME, {}, {"no 0x903 was obeyed"}},
           {4000, TIME, {}, {}}}},
         {"odd frames",
          {{0, IN, HELLO, {}},
@@ -141,7 +187,9 @@ TEST(LinkAdviceTest, SaysWhatADatagramDoesNotDo)
           {5, OUT, ENABLE, {"no 0x604 has come"}}, // the lost mode does not count
           {6, OUT, Mode(1), {}},
           {7, OUT, ENABLE, {}},
+          {400, PICTURE, {}, {}},
           {400, IN, RESULT, {}},
+          {400, LOST_IN, ENABLE, {"nothing is bound to 127.0.0.1:10000"}},
           {400, LOST_IN, RESULT, {"127.0.0.1:10000; it does not come again"}},
           {500, LOST_OUT, STOP, {"the service is not up"}},
           {5000, TIME, {}, {}}}},

@@ -38,7 +38,7 @@ expect()
     chmod 666 "$work/called"
     timeout "$LIMIT_S" "$@" > "$work/out" 2> "$work/err" < /dev/null || status=$?
     if [[ $wanted == not0 && $status == 0 || $wanted != not0 && $status != "$wanted" ]] ||
-        { [[ -n $text ]] && ! cat "$work/out" "$work/err" | grep -qE -e "$text"; }; then
+        { [[ -n $text ]] && ! grep -qE -e "$text" "$work/out" "$work/err"; }; then
         wrong "$*: status $status, wanted $wanted and \"$text\""
     fi
 }
@@ -96,8 +96,8 @@ inspect_options()
     diff <(scripts/inspect.sh --help | sed -nE "$form" | sort) \
         <("$1" --help | sed -nE "$form" | grep -vx -e --help | sort) > "$work/out" 2> "$work/err" ||
         wrong "inspect.sh --help (<) and $1 --help (>) name other options"
-    expect 1 'cannot be written' bash -c "$1 --help > /dev/full"
-    expect 1 'cannot be written' bash -c "$1 '$copy/samples/plain.png' >&-"
+    expect 1 'cannot be written' bash -c '"$0" --help > /dev/full' "$1"
+    expect 1 'cannot be written' bash -c '"$0" "$1" >&-' "$1" "$copy/samples/plain.png"
 }
 
 # A stand-in for CMake: configures FOLDER for this place, and "builds" one program.
@@ -124,14 +124,15 @@ END
 folder_of()
 {
     rm -rf build
-    mkdir -p build/release/{tools,results}
+    mkdir -p build/release/{tools,results,symbols}
+    echo shipped > build/release/symbols/qrcode-abc
     echo old > build/release/tools/demo_runner
     echo old > build/release/tools/left
     echo measured > build/release/results/cost.txt
     chmod +x build/release/tools/demo_runner
     printf 'CMAKE_HOME_DIRECTORY:INTERNAL=%s\nCMAKE_CACHEFILE_DIR:INTERNAL=%s\n' "$1" \
         "$1/build/release" > build/release/CMakeCache.txt
-    touch build/release/build.ninja
+    echo "build demo_runner: phony tools/demo_runner" > build/release/build.ninja
 }
 
 # anew yes|no: whether the old folder has given way.
@@ -142,6 +143,7 @@ anew()
     [[ $old == "$1" ]] || wrong "made anew: $old, wanted $1"
     [[ $(< build/release/tools/demo_runner) == new ]] || wrong "the program is the old one"
     [[ $(< build/release/results/cost.txt) == measured ]] || wrong "measurements are lost"
+    [[ $(< build/release/symbols/qrcode-abc) == shipped ]] || wrong "symbols are lost"
     [[ -z $(find build -name '.old*') ]] || wrong "the old folder is still there"
 }
 
@@ -194,7 +196,7 @@ build_refused()
     builder
     tool bwrap <<< 'exit 0'
     local as=() part remedy='chmod u\+w wanted'
-    ((EUID != 0)) || remedy='another user .root.*sudo rm -r .*/build'
+    ((EUID != 0)) || remedy='another user .root.*sudo chown -R nobody .*/build'
     for part in build build/release build/release/tools/demo_runner build/release.log; do
         folder_of "$copy"
         touch build/release.log

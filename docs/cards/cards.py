@@ -110,8 +110,13 @@ def main():
         else:
             make, count, seed = makers[sys.argv[1]], int(sys.argv[2]), int(sys.argv[3])
             make(random.Random(seed), count, *sys.argv[4:])
+    except json.JSONDecodeError as error:
+        print("cards.py: standard input is not what inspect.sh --cards --json prints: %s" % error,
+              file=sys.stderr)
+        return 1
     except (IndexError, KeyError, TypeError, ValueError):
-        print("cards.py: wrong usage; see cards.py --help", file=sys.stderr)
+        print("cards.py: wrong usage: %s; see cards.py --help" % " ".join(sys.argv[1:]),
+              file=sys.stderr)
         return 2
     except (OSError, subprocess.CalledProcessError) as error:
         print("cards.py: %s" % error, file=sys.stderr)

@@ -21,15 +21,15 @@
 enum {
     OUR_SOURCE = 1, /* the service does not look at it */
     OUR_MODE = 1,
-    REPEAT_S = 2,  /* the same text again within this time is the same showing */
-    IDLE_MS = 1000 /* until the loop comes round for the rest of its work */
+    REPEAT_MS = 2000, /* the same text again within this time is the same showing */
+    IDLE_MS = 1000    /* until the loop comes round for the rest of its work */
 };
 
 struct Application {
     int link;
     const char* prefix;
     char last[QRCODE_TEXT_SIZE];
-    time_t lastTime;
+    int64_t lastMs;
     long accepted;
 };
 
@@ -43,11 +43,11 @@ static struct sockaddr_in Loopback(int port)
     return address;
 }
 
-static time_t Seconds(void)
+static int64_t Milliseconds(void)
 {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
+    return (int64_t)now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
 /* Sends a frame whose payload is zeros, but for its last byte. */
@@ -93,11 +93,11 @@ static bool IsOurs(const char* text, const char* prefix)
 
 static void TakeText(struct Application* application, const char* text)
 {
-    const time_t now = Seconds();
+    const int64_t now = Milliseconds();
     const bool repeated =
-        strcmp(text, application->last) == 0 && now - application->lastTime < REPEAT_S;
+        strcmp(text, application->last) == 0 && now - application->lastMs < REPEAT_MS;
     strcpy(application->last, text); /* shorter than QRCODE_TEXT_SIZE, as TakeFrame sees to */
-    application->lastTime = now;
+    application->lastMs = now;
     if (repeated) {
         return;
     }

@@ -30,7 +30,8 @@ struct LinkAdvice {
     uint8_t mode = QRCODE_MODE_NEVER;
     bool modeCame = false; // MSG_CMD_QRCODE_PARAM was seen, whatever the mode
     bool enabled = false;
-    bool enableCame = false; // MSG_CMD_QRCODE_ENABLE was seen, obeyed or not
+    int64_t enabledUs = 0;    // when it was enabled last, 0 if never
+    bool pictureCame = false; // the service has taken one
     bool saidIdle = false;
     bool saidSync = false;
 };

@@ -25,7 +25,9 @@ namespace
 
 enum {
     STOP_MS = 2000,
-    LINE_MAX_BYTES = 65536 // a longer line comes in pieces
+    LINE_MAX_BYTES = 65536, // a longer line comes in pieces
+    READ_BYTES = 4096,
+    READS_MAX = 64 // at once: more than a pipe holds, but one that prints without end is left
 };
 
 // In the child. Never returns.
@@ -142,9 +144,14 @@ void Program::Stop()
 {
     if (Running()) {
         kill(-group_, SIGTERM);
-        Wait_Until([this] { return !Running(); }, STOP_MS);
+        const auto ended = [this] {
+            TakeOutput(); // its last words; and a full pipe would hold it up
+            return !Running();
+        };
+        Wait_Until(ended, STOP_MS);
     }
     Kill();
+    TakeOutput();
     Close(input_);
     Close(output_);
 }
@@ -163,8 +170,8 @@ void Program::Kill()
 
 void Program::TakeOutput()
 {
-    char bytes[4096];
-    while (output_ >= 0) {
+    char bytes[READ_BYTES];
+    for (int reads = 0; reads < READS_MAX && output_ >= 0; ++reads) {
         const ssize_t length = read(output_, bytes, sizeof(bytes));
         if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;

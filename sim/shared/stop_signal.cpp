@@ -23,7 +23,12 @@ void Stop_TakeSignals()
     sigset_t stopping;
     sigemptyset(&stopping);
     sigprocmask(SIG_BLOCK, nullptr, &waitMask);
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before = {};
+        sigaction(signal, nullptr, &before);
+        if (signal == SIGHUP && before.sa_handler == SIG_IGN) {
+            continue; // nohup
+        }
         sigaddset(&stopping, signal);
         sigdelset(&waitMask, signal);
         sigaction(signal, &action, nullptr);

@@ -36,39 +36,63 @@ size_t HeaderBytes(const struct iphdr& ip)
     return size_t{ip.ihl} * sizeof(uint32_t);
 }
 
-// Reads a UDP packet's headers at `offset`; sets the payload's offset. Returns TAP_NONE when it is
-// not between our two.
-TapNews ReadUdp(const PanelBytes& packet, size_t offset, bool& out, size_t& payload)
+// Of a UDP packet to 127.0.0.1.
+struct UdpEnds {
+    int source = 0;
+    int dest = 0;
+    size_t payload = 0; // offset in the packet
+};
+
+// Reads a UDP packet's headers at `offset`. Returns false for any other packet.
+bool ReadUdp(const PanelBytes& packet, size_t offset, UdpEnds& ends)
 {
     struct iphdr ip = {};
     struct udphdr udp = {};
     if (!ReadHeader(packet, offset, ip) || ip.protocol != IPPROTO_UDP ||
         ip.daddr != htonl(INADDR_LOOPBACK) || !ReadHeader(packet, offset + HeaderBytes(ip), udp)) {
-        return TAP_NONE;
+        return false;
     }
-    payload = offset + HeaderBytes(ip) + sizeof(udp);
-    out = ntohs(udp.dest) != QRCODE_PEER_PORT;
-    return !out || ntohs(udp.dest) == QRCODE_SERVER_PORT ? TAP_DATAGRAM
-           : ntohs(udp.source) == QRCODE_PEER_PORT       ? TAP_ASTRAY
-                                                         : TAP_NONE;
+    ends.source = ntohs(udp.source);
+    ends.dest = ntohs(udp.dest);
+    ends.payload = offset + HeaderBytes(ip) + sizeof(udp);
+    return true;
 }
 
-TapNews Look(PanelEvent& event)
+bool IsOurs(const UdpEnds& ends)
+{
+    return ends.dest == QRCODE_PEER_PORT || ends.dest == QRCODE_SERVER_PORT;
+}
+
+TapNews LookAtUdp(LinkTap& tap, const UdpEnds& ends, PanelEvent& event)
+{
+    const bool astray = ends.dest == tap.servicePort;
+    if (!IsOurs(ends) && !astray) {
+        return TAP_NONE;
+    }
+    event.out = ends.dest != QRCODE_PEER_PORT;
+    event.datagram.erase(event.datagram.begin(),
+                         event.datagram.begin() + static_cast<std::ptrdiff_t>(ends.payload));
+    MsgHead head = {};
+    if (!event.out && tap.servicePort < 0 && Panel_ReadHead(event.datagram, head) &&
+        head.nMsgCommand == MSG_CMD_QRCODE_START) {
+        tap.servicePort = ends.source;
+    }
+    return astray ? TAP_ASTRAY : TAP_DATAGRAM;
+}
+
+TapNews Look(LinkTap& tap, PanelEvent& event)
 {
     struct iphdr ip = {};
     struct icmphdr icmp = {};
-    size_t payload = 0;
-    const TapNews news = ReadUdp(event.datagram, 0, event.out, payload);
-    if (news != TAP_NONE) {
-        event.datagram.erase(event.datagram.begin(),
-                             event.datagram.begin() + static_cast<std::ptrdiff_t>(payload));
-        return news;
+    UdpEnds ends;
+    if (ReadUdp(event.datagram, 0, ends)) {
+        return LookAtUdp(tap, ends, event);
     }
     if (ReadHeader(event.datagram, 0, ip) && ip.protocol == IPPROTO_ICMP &&
         ReadHeader(event.datagram, HeaderBytes(ip), icmp) && icmp.type == ICMP_DEST_UNREACH &&
         icmp.code == ICMP_PORT_UNREACH &&
-        ReadUdp(event.datagram, HeaderBytes(ip) + sizeof(icmp), event.out, payload) ==
-            TAP_DATAGRAM) {
+        ReadUdp(event.datagram, HeaderBytes(ip) + sizeof(icmp), ends) && IsOurs(ends)) {
+        event.out = ends.dest == QRCODE_SERVER_PORT;
         event.datagram.clear();
         return TAP_LOST;
     }
@@ -77,38 +101,45 @@ TapNews Look(PanelEvent& event)
 
 } // namespace
 
-int Tap_Open(std::string& error)
+bool Tap_Open(LinkTap& tap, std::string& error)
 {
     // All protocols: such a packet is seen before its receiver gets it, so that an answer never
     // comes before what it answers.
-    const int fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ALL));
+    tap.fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ALL));
     struct sockaddr_ll loopback = {};
     loopback.sll_family = AF_PACKET;
     loopback.sll_protocol = htons(ETH_P_ALL);
     loopback.sll_ifindex = static_cast<int>(if_nametoindex("lo"));
     const int on = 1;
     const int bytes = TAP_BUFFER_BYTES;
-    if (fd < 0 ||
-        bind(fd, reinterpret_cast<const struct sockaddr*>(&loopback), sizeof(loopback)) != 0) {
+    if (tap.fd < 0 ||
+        bind(tap.fd, reinterpret_cast<const struct sockaddr*>(&loopback), sizeof(loopback)) != 0) {
         error = std::string("cannot watch the loopback interface: ") + std::strerror(errno);
-        if (fd >= 0) {
-            close(fd);
-        }
-        return -1;
+        Tap_Close(tap);
+        return false;
     }
-    setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof(on));
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
-        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)); // as much as anybody may have
+    setsockopt(tap.fd, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof(on));
+    if (setsockopt(tap.fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
+        setsockopt(tap.fd, SOL_SOCKET, SO_RCVBUF, &bytes,
+                   sizeof(bytes)); // as much as anybody may have
     }
-    return fd;
+    return true;
 }
 
-TapNews Tap_Take(int fd, PanelEvent& event)
+void Tap_Close(LinkTap& tap)
+{
+    if (tap.fd >= 0) {
+        close(tap.fd);
+        tap.fd = -1;
+    }
+}
+
+TapNews Tap_Take(LinkTap& tap, PanelEvent& event)
 {
     struct sockaddr_ll from = {};
-    while (fd >= 0 && Panel_ReceiveFrom(fd, event, &from, sizeof(from))) {
+    while (tap.fd >= 0 && Panel_ReceiveFrom(tap.fd, event, &from, sizeof(from))) {
         // The loopback interface shows each packet twice, leaving and arriving.
-        const TapNews news = from.sll_pkttype == PACKET_OUTGOING ? TAP_NONE : Look(event);
+        const TapNews news = from.sll_pkttype == PACKET_OUTGOING ? TAP_NONE : Look(tap, event);
         if (news != TAP_NONE) {
             return news;
         }
@@ -116,10 +147,10 @@ TapNews Tap_Take(int fd, PanelEvent& event)
     return TAP_NONE;
 }
 
-unsigned int Tap_Missed(int fd)
+unsigned int Tap_Missed(const LinkTap& tap)
 {
     struct tpacket_stats stats = {};
     socklen_t size = sizeof(stats);
-    getsockopt(fd, SOL_PACKET, PACKET_STATISTICS, &stats, &size);
+    getsockopt(tap.fd, SOL_PACKET, PACKET_STATISTICS, &stats, &size);
     return stats.tp_drops;
 }

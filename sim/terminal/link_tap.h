@@ -9,21 +9,27 @@
 
 #include "panel_event.h"
 
-// Returns a descriptor, the caller's to close, that is readable when there is something to take; or
-// -1 with the reason in `error`. Datagrams from now on are seen.
-int Tap_Open(std::string& error);
+struct LinkTap {
+    int fd = -1;          // readable when there is something to take
+    int servicePort = -1; // where the service's frames come from, once its hello was seen
+};
+
+// Datagrams from now on are seen. Returns false with the reason in `error`.
+bool Tap_Open(LinkTap& tap, std::string& error);
+
+void Tap_Close(LinkTap& tap);
 
 enum TapNews {
     TAP_NONE,     // nothing is there
     TAP_DATAGRAM, // `event` is one to QRCODE_PEER_PORT, or (`out`) to QRCODE_SERVER_PORT
-    TAP_ASTRAY,   // ... from QRCODE_PEER_PORT to another port of 127.0.0.1; `out`
+    TAP_ASTRAY,   // ... to the port that the service's hello came from; `out`
     TAP_LOST      // nothing is bound to the port of an earlier one; `event.out` says which
 };
 
 // Takes what is there, in the order in which it was sent; times are the kernel's. Never blocks.
-TapNews Tap_Take(int fd, PanelEvent& event);
+TapNews Tap_Take(LinkTap& tap, PanelEvent& event);
 
 // Packets that came faster than they were taken, since the last call: they are not seen.
-unsigned int Tap_Missed(int fd);
+unsigned int Tap_Missed(const LinkTap& tap);
 
 #endif

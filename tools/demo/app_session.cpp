@@ -1,11 +1,14 @@
 #include "app_session.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,13 +31,14 @@ enum {
 };
 
 const int64_t US_PER_MS = 1000;
+const char NOTE[] = "                note: "; // below the datagrams' text
 
 using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 struct AppSession {
     bool coloured = false;
     File record{nullptr, std::fclose};
-    int tap = -1;
+    LinkTap tap;
     LinkAdvice advice;
     PanelEvent lastEither[2] = {};             // the latest datagram in, and out
     std::multimap<int64_t, std::string> lines; // by time, to be printed
@@ -51,13 +55,13 @@ void Add(AppSession& session, int64_t timeUs, const char* side, const std::strin
 void AddNotes(AppSession& session, int64_t timeUs, const LinkNotes& notes)
 {
     for (const std::string& note : notes) {
-        session.lines.emplace(timeUs, std::string(16, ' ') + "note: " + note);
+        session.lines.emplace(timeUs, NOTE + note);
     }
 }
 
 bool IsNote(const std::string& line)
 {
-    return line.rfind(std::string(16, ' ') + "note: ", 0) == 0;
+    return line.rfind(NOTE, 0) == 0;
 }
 
 void PrintLines(AppSession& session)
@@ -159,6 +163,18 @@ bool LaunchWhenDue(AppSession& session, Terminal& terminal, std::string& error)
     return terminal.Launch(error);
 }
 
+// Ends what the command left behind outside its process group; it has become ours.
+void EndOrphans()
+{
+    for (pid_t orphan = 1; orphan > 0;) {
+        std::ifstream children("/proc/thread-self/children");
+        while (children >> orphan) {
+            kill(orphan, SIGKILL);
+        }
+        orphan = waitpid(-1, nullptr, 0);
+    }
+}
+
 int StatusOf(const Program& command)
 {
     const int status = command.EndStatus();
@@ -221,9 +237,9 @@ int App_Run(const AppOptions& options)
         return EXIT_FAILED;
     }
     session.coloured = Text_MayEscape(STDOUT_FILENO);
-    session.tap = Tap_Open(end);
+    const bool tapped = Tap_Open(session.tap, end);
     session.startUs = Panel_NowUs();
-    if (session.tap < 0) {
+    if (!tapped) {
         AddNotes(session, session.startUs, {"no datagram is shown: " + end + ", which takes root"});
     }
     TerminalOptions setting;
@@ -238,19 +254,19 @@ int App_Run(const AppOptions& options)
     program.terminal = true;
     Program command;
     int exitStatus = EXIT_FAILED;
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     if (command.Start(program, end)) {
         exitStatus = Watch(session, terminal, command, end);
     }
     terminal.Stop();
     command.Stop();
     TakeNews(session, terminal, command);
-    const unsigned int missed = session.tap >= 0 ? Tap_Missed(session.tap) : 0;
+    EndOrphans();
+    const unsigned int missed = tapped ? Tap_Missed(session.tap) : 0;
     if (missed > 0) {
         end += "; " + std::to_string(missed) + " packets came too fast to be shown";
     }
-    if (session.tap >= 0) {
-        close(session.tap);
-    }
+    Tap_Close(session.tap);
     Screen_Error(end);
     return exitStatus;
 }

@@ -132,8 +132,10 @@ CardRecord CheckOne(const Input& input, size_t number, const CardOptions& option
                              (worst.verdict == CARD_WRONG   ? "wrong"
                               : worst.verdict == CARD_SHORT ? "short"
                                                             : "unread");
-    if (Sheet_Write(View_Draw(card, worst.sizeNumber, worst.kind), name + ".png", error)) {
-        std::ofstream(name + ".txt", std::ios::binary) << card.expected.text << "\n";
+    std::ofstream text(name + ".txt", std::ios::binary); // to be compared with by --truth
+    text << card.expected.text << "\n" << std::flush;
+    error = "its text cannot be written";
+    if (text && Sheet_Write(View_Draw(card, worst.sizeNumber, worst.kind), name + ".png", error)) {
         std::snprintf(record.picture, sizeof(record.picture), "%s.png", name.c_str());
     } else {
         std::snprintf(record.pictureError, sizeof(record.pictureError), "%s.png: %s", name.c_str(),

@@ -85,6 +85,16 @@ void AddCornerSquares(const cv::Mat& binary, std::vector<CornerSquare>& found)
         }
         return hole;
     };
+    // Once each: a ring may hold thousands of others.
+    std::vector<double> areas;
+    std::vector<double> sides(contours.size(), -1.0);
+    for (const std::vector<cv::Point>& contour : contours) {
+        areas.push_back(cv::contourArea(contour));
+    }
+    const auto sideOf = [&](size_t n, bool hole) {
+        sides[n] = sides[n] < 0.0 ? SideOf(contours[n], hole) : sides[n];
+        return sides[n];
+    };
     for (size_t n = 0; n < contours.size(); ++n) {
         const int ring = tree[n][3];
         const int around = ring < 0 ? -1 : tree[static_cast<size_t>(ring)][3];
@@ -94,23 +104,20 @@ void AddCornerSquares(const cv::Mat& binary, std::vector<CornerSquare>& found)
         const bool hole = isHole(static_cast<int>(n));
         bool solid = true; // or `n` is the ring of a square one size smaller
         for (int in = tree[n][2]; in >= 0; in = tree[static_cast<size_t>(in)][0]) {
-            solid = solid && cv::contourArea(contours[static_cast<size_t>(in)]) <
-                                 0.15 * cv::contourArea(contours[n]);
+            solid = solid && areas[static_cast<size_t>(in)] < 0.15 * areas[n];
         }
         if (!solid) {
             continue;
         }
-        const double inner = SideOf(contours[n], hole);
-        const double middle =
-            inner > 0.0 ? SideOf(contours[static_cast<size_t>(ring)], !hole) : 0.0;
+        const double inner = sideOf(n, hole);
+        const double middle = inner > 0.0 ? sideOf(static_cast<size_t>(ring), !hole) : 0.0;
         if (middle <= 0.0 || middle / inner < 1.25 || middle / inner > 2.4) {
             continue;
         }
         // Blur or a wrong level makes one side grow at the other's cost; their sum stays.
         const double module = (inner + middle) / 8.0;
         const Point centre = CentreOf(contours[n]);
-        const double outer =
-            std::sqrt(cv::contourArea(contours[static_cast<size_t>(around)])) + (hole ? -1.0 : 1.0);
+        const double outer = std::sqrt(areas[static_cast<size_t>(around)]) + (hole ? -1.0 : 1.0);
         if (Length(centre - CentreOf(contours[static_cast<size_t>(ring)])) < 0.8 * module &&
             outer > middle + 0.6 * module) {
             found.push_back({centre / ENLARGED, module / ENLARGED, hole,

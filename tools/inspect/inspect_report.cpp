@@ -118,7 +118,12 @@ std::string Report_Remark(const WatchedReading& reading)
         add(Text_Format("read, never reported: %zu of %d bytes", bytes, QRCODE_TEXT_REPORT_MIN));
     }
     if (reading.outcome == READING_NO_CODE && reading.textCount > 0) {
-        add("found, never reported: the text is empty or begins with a zero byte");
+        const WatchedText* const end =
+            reading.texts + std::min<int>(reading.textCount, READING_TEXTS);
+        const bool other = std::any_of(
+            reading.texts, end, [](const WatchedText& text) { return text.text[0] != '\0'; });
+        add(std::string("read, never reported: ") + (other ? "the last code's" : "the") +
+            " text is empty or begins with a zero byte");
     }
     const int last = std::min<int>(reading.textCount, READING_TEXTS) - 1;
     if ((reading.flaws & FLAW_OVERLAID) != 0) {

@@ -46,8 +46,8 @@ std::string Report_Line(const InspectedPicture& picture, size_t pathWidth, bool 
 // One JSON object on one line:
 //   "file"        bytes that are no UTF-8 replaced
 //   "fileHex"     the path's exact bytes
-//   "outcome"     "read": the text is reported exactly; "altered": another one is, "remark" says
-//                 why; "too short": none is; "no code"; "not decodable"; "no picture"
+//   "outcome"     "read": the text is reported exactly; "altered": not as one code's whole text,
+//                 "remark" says why; "too short": none is; "no code"; "not decodable"; "no picture"
 //   "text"        bytes that are no UTF-8 replaced, or null
 //   "hex"         the text's exact bytes
 //   "bytes"       their number

@@ -165,8 +165,10 @@ std::vector<Tile> TilesOf(const cv::Mat& grey, const cv::Mat& mask, int side)
             // A step blurred by sigma is steepest in its middle; the pixels, and the difference of
             // two that are two apart, blur it a little more.
             const double spread = (Quantile(grey(place), 0.98) - Quantile(grey(place), 0.02)) /
-                                  (std::max(steepest, 1.0) * std::sqrt(2.0 * CV_PI));
-            tile.sigma = std::sqrt(std::max(0.0, spread * spread - 5.0 / 12.0));
+                                  (steepest * std::sqrt(2.0 * CV_PI));
+            // Stripes of a pixel have no such step, and are not blurred.
+            tile.sigma =
+                steepest < 1.0 ? 0.0 : std::sqrt(std::max(0.0, spread * spread - 5.0 / 12.0));
             tiles.push_back(tile);
         }
     }
@@ -187,11 +189,32 @@ double QuantileOf(const std::vector<Tile>& tiles, Field field, double share = 0.
     return *at;
 }
 
+// All that the mask shows as one tile, of no measured blur.
+Tile TileOf(const cv::Mat& grey, const cv::Mat& mask)
+{
+    std::vector<uchar> values;
+    for (int y = 0; y < grey.rows; ++y) {
+        for (int x = 0; x < grey.cols; ++x) {
+            if (mask.at<uchar>(y, x) != 0) {
+                values.push_back(grey.at<uchar>(y, x));
+            }
+        }
+    }
+    if (values.empty()) {
+        return {};
+    }
+    const cv::Mat pixels(1, static_cast<int>(values.size()), CV_8UC1, values.data());
+    return {Quantile(pixels, 0.05), Quantile(pixels, 0.95), 0.0};
+}
+
 Measures Measure(const cv::Mat& grey, const LocatedCode& code)
 {
     const cv::Mat mask = MaskOf(code, grey.size());
-    const std::vector<Tile> tiles =
+    std::vector<Tile> tiles =
         TilesOf(grey, mask, std::max(TILE_LEAST, cvRound(TILE_MODULES * code.modulePixels)));
+    if (tiles.empty()) { // as of one corner square alone
+        tiles.push_back(TileOf(grey, mask));
+    }
     Measures measures;
     measures.dark = QuantileOf(tiles, [](const Tile& tile) { return tile.dark; });
     measures.light = QuantileOf(tiles, [](const Tile& tile) { return tile.light; });

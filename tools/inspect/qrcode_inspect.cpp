@@ -90,6 +90,12 @@ InspectRecord InspectOne(const std::string& path, const InspectOptions& options)
         return record;
     }
     record.reading = Reading_Take(jpeg, grey);
+    if (options.snapshot && !grey.empty() && grey.size() != cv::Size(SNAP_WIDTH, SNAP_HEIGHT)) {
+        record.reading = {}; // its header hid that
+        std::snprintf(record.reading.remark, sizeof(record.reading.remark),
+                      "no snapshot: %d x %d pixels", grey.cols, grey.rows);
+        return record;
+    }
     if (record.reading.outcome == READING_NO_CODE && record.reading.textCount == 0) {
         record.causes = Causes_Find(grey);
     }

@@ -151,7 +151,7 @@ bool Reading_SavedJpeg(const std::string& path, std::vector<uint8_t>& jpeg, std:
         return false;
     }
     const cv::Size size = JpegSize(jpeg); // none: its decoder will tell
-    if (size.area() > 0 && size != cv::Size(SNAP_WIDTH, SNAP_HEIGHT)) {
+    if (size.width > 0 && size.height > 0 && size != cv::Size(SNAP_WIDTH, SNAP_HEIGHT)) {
         error = "no snapshot: " + std::to_string(size.width) + " x " + std::to_string(size.height) +
                 " pixels, not " + std::to_string(SNAP_WIDTH) + " x " + std::to_string(SNAP_HEIGHT) +
                 " (a photo wants no --snapshot)";

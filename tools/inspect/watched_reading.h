@@ -12,7 +12,7 @@
 
 enum ReadingOutcome {
     READING_TEXT,          // reported is exactly the text of the code
-    READING_ALTERED,       // a text is reported, but another: see the flaws
+    READING_ALTERED,       // one is reported, but not as one code's whole text: see the flaws
     READING_SHORT,         // a text of less than QRCODE_TEXT_REPORT_MIN bytes: never reported
     READING_NO_CODE,       // no attempt found a text
     READING_NOT_DECODABLE, // no picture in the JPEG
