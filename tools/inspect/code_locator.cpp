@@ -86,11 +86,10 @@ void AddCornerSquares(const cv::Mat& binary, std::vector<CornerSquare>& found)
         return hole;
     };
     // Once each: a ring may hold thousands of others.
-    std::vector<double> areas;
+    std::vector<double> areas(contours.size());
     std::vector<double> sides(contours.size(), -1.0);
-    for (const std::vector<cv::Point>& contour : contours) {
-        areas.push_back(cv::contourArea(contour));
-    }
+    std::transform(contours.begin(), contours.end(), areas.begin(),
+                   [](const std::vector<cv::Point>& contour) { return cv::contourArea(contour); });
     const auto sideOf = [&](size_t n, bool hole) {
         sides[n] = sides[n] < 0.0 ? SideOf(contours[n], hole) : sides[n];
         return sides[n];
