@@ -32,7 +32,7 @@ trap 'rm -rf "$image"; give_build_back' EXIT
 DESTDIR=$image cmake --install build/device-folder --prefix /usr --strip
 id=$(readelf -n "$image/usr/bin/qrcode" | sed -n 's/.*Build ID: //p')
 # Not grep -q, which ends early and lets readelf fail on its closed pipe.
-readelf -s "build/device-folder/symbols/qrcode-$id" | grep QrcodeVenc_CopyStreamData > /dev/null ||
+readelf -sW "build/device-folder/symbols/qrcode-$id" | grep QrcodeVenc_CopyStreamData > /dev/null ||
     status=1
 cmp build/device-outside/qrcode_src/qrcode build/device-folder/qrcode_src/qrcode || status=1
 ctest --test-dir build/device-outside --output-on-failure --no-tests=error \
