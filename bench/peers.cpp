@@ -175,7 +175,8 @@ bool Measure(const std::vector<std::string>& pictures, std::ofstream& rows, std:
              << READERS[n % READER_COUNT].name << '\t' << outcome << '\t' << reading.ms << '\t'
              << Text_Hex(reading.text) << '\t' << death << '\n';
     };
-    if (!Worker_ForEach(pictures.size() * READER_COUNT, work, done, WORKER_SECONDS, error)) {
+    if (!Worker_ForEach<InspectRecord>(pictures.size() * READER_COUNT, work, done, WORKER_SECONDS,
+                                       error)) {
         return false;
     }
     std::printf("%-14s", "reader");
