@@ -22,7 +22,8 @@ for _ in keeper first; do
     [[ -n $inside ]] || fail "no private world of process $pid"
 done
 [[ ! /proc/$inside/ns/net -ef /proc/self/ns/net ]] || fail "no private world of process $pid"
-into=(--net --pid --mount)
+# Its root too: in a world that was made in a chroot that is not the namespace's.
+into=(--net --pid --mount --root)
 if ((EUID != 0)); then
     into+=(--user --preserve-credentials)
 fi
