@@ -2,11 +2,12 @@
 //
 // A model of the service's flags as they follow from what passes on the link: mode, enable flag,
 // and whether the service was parked at its one look at the mode. Start with a LinkAdvice for each
-// start of the service; tell it what happens in the order of the times: Advice_Time with the time
-// of each datagram before the datagram itself, and now and then between; Advice_Lost right after a
-// datagram that nobody received. What is sent before the service's hello is taken without a word:
-// it may be lost. Nothing here sends, receives or prints; each function returns what is to be said,
-// a sentence each, mostly none. Times are microseconds since the epoch.
+// start of the service (a second hello is taken for somebody else's); tell it what happens in the
+// order of the times: Advice_Time with the time of each datagram before the datagram itself, and
+// now and then between; Advice_Lost right after a datagram that nobody received. What is sent
+// before the service's hello is taken without a word: it may be lost. Nothing here sends, receives
+// or prints; each function returns what is to be said, a sentence each, mostly none. Times are
+// microseconds since the epoch.
 #ifndef SIM_LINK_ADVICE_H
 #define SIM_LINK_ADVICE_H
 

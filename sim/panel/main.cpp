@@ -151,8 +151,8 @@ void TakeInput(Panel& panel)
     }
 }
 
-// Works until the count, the time, "quit", SIGINT or SIGTERM ends it. Returns the status to exit
-// with.
+// Works until the count, the time, "quit" or a signal (stop_signal.h) ends it. Returns the status
+// to exit with.
 int Work(Panel& panel)
 {
     Stop_TakeSignals();

@@ -44,9 +44,9 @@ public:
     // waitpid's status, once its end was seen.
     int EndStatus() const { return status_; }
 
-    // SIGTERM, then SIGKILL after 2 s, to all of its process group; waits for the end and closes
-    // the pipes. What it started and left behind is killed too. Does nothing for a program that was
-    // never started.
+    // SIGTERM, then SIGKILL after 2 s, to all of its process group; waits for the end, takes
+    // its last output into the lines, and closes the pipes. What it started and left behind is
+    // killed too. Does nothing for a program that was never started.
     void Stop();
 
     // SIGKILL to all of its process group; waits for the end.
@@ -60,7 +60,8 @@ public:
     // Readable when there is output; -1 when there is none to come.
     int OutputFd() const { return output_; }
 
-    // Takes all that is there into the lines. An incomplete last line counts once the output ended.
+    // Takes what is there into the lines, at most 256 KiB at once: all that a pipe holds. An
+    // incomplete last line counts once the output ended.
     void TakeOutput();
 
     // The next line without its end. Returns false when none comes in time, or none will.

@@ -18,9 +18,9 @@ struct AppOptions {
 // either way, with what it does if that may surprise its sender. Datagrams show only where they may
 // be watched, see link_tap.h; otherwise that is said.
 //
-// Ends with the command or on SIGINT or SIGTERM (stop_signal.h), and ends what it has started.
+// Ends with the command or on a signal (stop_signal.h), and ends what it has started.
 // Returns the status to exit with: the command's own (128 and the signal's number after a signal),
-// 0 after SIGINT or SIGTERM, EXIT_FAILED when the service ends or something else goes wrong.
+// 0 after a signal, EXIT_FAILED when the service ends or something else goes wrong.
 int App_Run(const AppOptions& options);
 
 #endif

@@ -192,7 +192,7 @@ void Greet(const DemoSession& session)
 
 // Starts the service with the simulated camera, stands in for its main application, and watches.
 // Ends after every picture was shown once; a folder on a terminal, unless options.once, goes on
-// until SIGINT or SIGTERM. Returns the status to exit with.
+// until a signal (stop_signal.h). Returns the status to exit with.
 int ShowAll(DemoSession& session)
 {
     session.screen = Screen_Open(session.listed, EpochSeconds());
