@@ -60,14 +60,14 @@ whole_number()
 }
 
 # Prints how far the program is that writes this log: ninja, apt (with its status lines on standard
-# output), mmdebstrap or CMake. Prints nothing when the log does not tell.
+# output) or CMake. Prints nothing when the log does not tell.
 progress_in()
 {
     tail -c 20000 "$1" | tr '\r' '\n' | sed -n \
         -e 's/^\[\([0-9]*\)\/\([0-9]*\)\] .*/\1 of \2 steps/p' \
         -e 's/^dlstatus:[^:]*:\([0-9]*\)[^:]*:.*/downloading, \1 %/p' \
         -e 's/^pmstatus:[^:]*:\([0-9]*\)[^:]*:.*/installing, \1 %/p' \
-        -e 's/^I: \(.*\)/\1/p' -e 's/^-- Build files .*/compiling/p' -e 's/^-- .*/configuring/p' |
+        -e 's/^-- Build files .*/compiling/p' -e 's/^-- .*/configuring/p' |
         tail -n 1
 }
 
@@ -105,6 +105,86 @@ with_progress()
     exec 9>&-
     wait "$watcher" || true
     return "$status"
+}
+
+# over_folder VARIANT[=FOLDER]: prints the folder of a variant's static archives: FOLDER, or
+# build/libs-VARIANT, which is made where scripts/device-libs.sh can make it from the name alone. The
+# variant counts up to a "-": hard-fast=FOLDER is another folder for hard. Ends with 2 when there are none.
+over_folder()
+{
+    local variant=${1%%=*} folder=$project/build/libs-$1
+    [[ $variant =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not a name for a variant: $variant"
+    [[ $1 != *=* ]] || folder=${1#*=}
+    case $1 in
+    hard | soft | native) "$project/scripts/device-libs.sh" "$1" >&2 || exit ;; # set -e is off in \$( )
+    esac
+    [[ -f $folder/lib/libopencv_core.a ]] || fail -2 "no archives of $variant in $folder"
+    realpath -- "$folder"
+}
+
+# build_over VARIANT FOLDER TARGET...: builds targets over the archives in FOLDER, into
+# build/over-VARIANT. Sets over, that folder, and run, the words that its programs are run by.
+build_over()
+{
+    local variant=$1 folder=$2 preset=${1%%-*} definitions=()
+    shift 2
+    case $preset in
+    hard | soft | native) ;;
+    *)
+        preset=hard
+        mapfile -t definitions < "$folder/variables"
+        ;;
+    esac
+    # What CMake found in another folder before it would keep.
+    grep -qsF "_core_LIBRARY:FILEPATH=$folder/" "$project/build/over-$variant/CMakeCache.txt" ||
+        rm -rf "$project/build/over-$variant"
+    "$project/scripts/build.sh" --in "over-$variant" ${definitions[@]+"${definitions[@]}"} \
+        "-DDEVICE_STAGING=$folder" "-DCMAKE_PREFIX_PATH=$folder" -DQRCODE_TESTS=OFF "$preset" "$@"
+    # shellcheck disable=SC2034
+    run=() over=$project/build/over-$variant
+    grep -qF "_core_LIBRARY:FILEPATH=$folder/" "$over/CMakeCache.txt" ||
+        fail "$over was built over other archives than those in $folder"
+    # shellcheck disable=SC2034
+    [[ $preset == native ]] ||
+        run=(qemu-arm -L "$(sed -n 's/^DEVICE_LIBC_ROOT:[A-Z]*=//p' "$over/CMakeCache.txt")")
+}
+
+# apt_configuration FOLDER deb|deb-src [ARCHITECTURE]: leaves in FOLDER what apt needs to fetch packages of
+# this machine's release beside the machine's own lists: for APT_CONFIG=FOLDER/apt.conf. ARCHITECTURE is
+# that of the packages, where it is another.
+apt_configuration()
+{
+    local release
+    # shellcheck source=/dev/null
+    release=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+    mkdir -p "$1"/{lists,cache/archives}/partial
+    # Debian's own alone: others have keys of their own, and backports other versions.
+    apt-get indextargets --format "\$(ORIGIN) \$(REPO_URI) \$(CODENAME) \$(COMPONENT)" 'Created-By: Packages' |
+        awk -v kind="$2" -v release="$release" '
+            $1 == "Debian" && $4 == "main" && $3 ~ "^" release "(-updates|-security)?$" {
+                print kind, $2, $3, $4 }' |
+        sort -u -k 3 > "$1/sources.list" # of two with one version apt takes the first
+    [[ -s $1/sources.list ]] ||
+        fail "apt knows no source of \"$release main\"; run apt-get update first (see apt-get indextargets)"
+    cat > "$1/apt.conf" << EOF
+Dir::State::lists "$1/lists";
+Dir::Etc::sourcelist "$1/sources.list";
+Dir::Etc::sourceparts "-";
+Dir::Cache "$1/cache";
+APT::Sandbox::User "$(id -un)";
+APT::Update::Error-Mode "any";
+${3:+APT::Architecture "$3";
+APT::Architectures "$3";}
+EOF
+}
+
+# one_at_a_time NAME: waits until no other call that makes build/NAME runs, until this script ends.
+one_at_a_time()
+{
+    exec 8> "$project/build/.$1.lock"
+    flock -n 8 && return
+    echo "$script: waiting for another call that makes build/$1" >&2
+    flock 8
 }
 
 # Makes sure that build/ is this checkout's own folder, which this user can write to.

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: private-world.sh [--see PATH]... [--follow PATH]... [--write FOLDER]... [--log FOLDER]
-#                         [--open] -- COMMAND [ARGUMENT...]
+#                         [--over FOLDER PATH]... [--open] -- COMMAND [ARGUMENT...]
 # Runs a command in a world of its own, made with bubblewrap: its own loopback network, its own
 # processes (they end with the command), an empty /tmp and an empty, writable /Database/doorlog of 16
 # MiB. Everything else of this machine is there at its own path, read-only, but not /sys. Ends when
@@ -11,6 +11,7 @@
 #   --follow PATH   the same, and also when PATH is deleted and made again meanwhile
 #   --write FOLDER  let the command write there
 #   --log FOLDER    FOLDER is /Database/doorlog in there, and keeps what is written
+#   --over FOLDER PATH  FOLDER, read-only, in the place of the folder PATH
 #   --open          let the command watch the loopback's packets, and scripts/enter-world.sh in; in
 #                   there the command takes itself for root
 # Ends with the command's status, 2 on wrong usage, or 125 when there can be no such world.
@@ -84,6 +85,7 @@ help_if_asked "$@"
 seen=("$project")
 followed=()
 written=()
+over=()
 log=
 open=()
 while (($# > 0)) && [[ $1 != -- ]]; do
@@ -112,6 +114,13 @@ while (($# > 0)) && [[ $1 != -- ]]; do
         [[ -d $2 ]] || fail -2 "--log: no such folder: $2"
         log=$(realpath -- "$2")
         shift 2
+        ;;
+    --over)
+        (($# >= 3)) || fail -2 "--over wants a folder and the path that it is to be at"
+        [[ -d $2 ]] || fail -2 "--over: no such folder: $2"
+        [[ $3 == /* && -d $3 ]] || fail -2 "--over: no folder, or no whole path: $3"
+        over+=(--ro-bind "$(realpath -- "$2")" "$(realpath -- "$3")")
+        shift 3
         ;;
     --open)
         # Another user than root: in a second user namespace, as bwrap makes it for any other user
@@ -169,7 +178,7 @@ for path in ${followed[@]+"${followed[@]}"}; do
     /tmp | /Database | /dev | /proc | /proc/*) fail -2 "--follow: $path is the world's own" ;;
     esac
 done
-world+=(--remount-ro /)
+world+=(${over[@]+"${over[@]}"} --remount-ro /)
 for path in ${written[@]+"${written[@]}"}; do
     world+=(--bind "$path" "$path")
 done

@@ -6,7 +6,8 @@
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code
-#   device to build for the device, and to emulate it
+#   libs   to make the terminal's file, over a platform from outside; without "build"
+#   device ... over the simulated one, and to emulate it
 #   bench  to measure what the service costs
 # Ends with 0, 1 when something cannot be installed, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -14,10 +15,12 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgproc-dev
     libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev bubblewrap
     libfreetype-dev fonts-dejavu-core fonts-wqy-microhei) # the last three: letters on sheets
-readonly TEST_PACKAGES=(libgtest-dev libgmock-dev python3)
+readonly TEST_PACKAGES=(libgtest-dev libgmock-dev netpbm python3) # netpbm: samples as BMP
 readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev llvm-14 shellcheck
     valgrind)
-readonly DEVICE_PACKAGES=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
+readonly LIBS_PACKAGES=(g++ cmake ninja-build dpkg-dev xz-utils bzip2 patch nasm
+    g++-arm-linux-gnueabihf g++-arm-linux-gnueabi)
+readonly DEVICE_PACKAGES=("${LIBS_PACKAGES[@]}" qemu-user googletest netpbm)
 readonly BENCH_PACKAGES=(libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
     gnuplot-nox)
 readonly INSTALL=(--no-install-recommends install)
@@ -55,16 +58,18 @@ give_up()
 }
 
 help_if_asked "$@"
-packages=("${BUILD_PACKAGES[@]}")
+packages=()
+[[ $* == libs ]] || packages+=("${BUILD_PACKAGES[@]}")
 for group in "$@"; do
     case $group in
     build) ;;
     test) packages+=("${TEST_PACKAGES[@]}") ;;
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
+    libs) packages+=("${LIBS_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
     bench) packages+=("${BENCH_PACKAGES[@]}") ;;
     -*) fail -2 "unknown option $group; see $script --help" ;;
-    *) fail -2 "unknown group \"$group\"; there are: build, test, check, device, bench" ;;
+    *) fail -2 "unknown group \"$group\"; there are: build, test, check, libs, device, bench" ;;
     esac
 done
 
