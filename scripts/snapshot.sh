@@ -4,8 +4,8 @@
 # for inspect.sh --snapshot. Runs on the terminal, where it needs gdb, the rights of the service's user
 # or root, and scanning switched on. Copy this one file there; it is written for any POSIX shell.
 #   --pid PID       of the service; else there must be one process named qrcode
-#   --symbols FILE  the unstripped program of the same build, when the running one is stripped; the
-#                   installation keeps it as symbols/qrcode-BUILD_ID in the build folder
+#   --symbols FILE  of the same build, when the running one is stripped: the bundle's qrcode.debug; the
+#                   installation keeps the unstripped one as symbols/qrcode-BUILD_ID in the build folder
 #   --wait SECONDS  for the next snapshot, 10 by default
 # The file has 480,000 bytes, zeros behind the JPEG; they do no harm.
 # Ends with 0, 1 when there is no snapshot, with the reason, 2 on wrong usage, 130 when interrupted.
@@ -122,7 +122,7 @@ detach
 END
 : > "$work/log"
 # gdb must not go and fetch symbols from the network.
-(cd "$work" && DEBUGINFOD_URLS='' exec gdb -nx -batch ${symbols:+"$symbols"} -p "$pid" -x commands) \
+(cd "$work" && DEBUGINFOD_URLS='' exec gdb -nx -batch ${symbols:+-s "$symbols"} -p "$pid" -x commands) \
     > "$work/log" 2>&1 < /dev/null &
 gdb=$!
 echo "Waiting for the next snapshot of process $pid, $seconds s at most ..." >&2
