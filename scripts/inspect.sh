@@ -8,6 +8,9 @@
 #   --truth          compare each text with the file NAME.txt beside NAME.png; none beside it: no code
 #   --sheet FILE     draw every picture that the scanner is handed into this PNG; one picture only
 #   --attempts N,... only these attempts on the sheet, 1 to 8
+#   --charsets LIST  read as a terminal whose C library has just these character sets beside UTF-8: some of
+#                    sjis,latin1,big5, or none, as a bundle has unless told otherwise; all (default): as
+#                    on this machine
 #   --version        print the version
 # Ends with 0 when the service reports the text of each picture's code as it is; 1 when it reports
 # another or none of some, or (with --truth) not the expected one, or something breaks; 2 on wrong usage.

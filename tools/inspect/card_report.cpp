@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "charsets.h"
 #include "text.h"
 
 namespace
@@ -110,6 +111,7 @@ std::string CardReport_Json(const CheckedCard& card)
     json["source"] = card.source;
     json["text"] = card.text;
     json["hex"] = Text_Hex(card.text);
+    json["charsets"] = Charsets_Used();
     json["level"] = nullptr;
     json["version"] = nullptr;
     json["mask"] = nullptr;

@@ -27,6 +27,7 @@ std::string CardReport_Line(const CheckedCard& card);
 // One JSON object on one line:
 //   "card"     its number    "source"  file and line, or the picture
 //   "text"     bytes that are no UTF-8 replaced    "hex"  its exact bytes
+//   "charsets" the character sets that the C library had, a list as in charsets.h
 //   "level", "version", "mask"  of the QR code, null for a picture
 //   "views"    number made   "right", "wrong", "tooShort", "notRead"  how many of them
 //   "worst"    the worst view: "view", "size", "held", "verdict", "text", "hex", "symbologies"

@@ -79,6 +79,25 @@ const std::vector<Kind> KINDS = {
     {"noisy", 0.0F, 0.0F, 0.0F, 0.0F, -1, 0.0, 16.0, 60, 200},
 };
 
+using CodePtr = std::unique_ptr<QRcode, void (*)(QRcode*)>;
+
+// In the smallest version that holds it; none, with the reason in errno, when there is no such.
+CodePtr Encoded(const CardBytes& content, QRecLevel level)
+{
+    if (content.eci == 0) {
+        return {QRcode_encodeString(content.bytes.c_str(), 0, level,
+                                    content.kanji ? QR_MODE_KANJI : QR_MODE_8, 1),
+                QRcode_free};
+    }
+    const std::unique_ptr<QRinput, void (*)(QRinput*)> input(QRinput_new2(0, level), QRinput_free);
+    const bool held =
+        input != nullptr &&
+        QRinput_appendECIheader(input.get(), static_cast<unsigned>(content.eci)) == 0 &&
+        QRinput_append(input.get(), QR_MODE_8, static_cast<int>(content.bytes.size()),
+                       reinterpret_cast<const unsigned char*>(content.bytes.data())) == 0;
+    return {held ? QRcode_encodeInput(input.get()) : nullptr, QRcode_free};
+}
+
 // The mask pattern, from the code's own format modules.
 int MaskOf(const QRcode& code)
 {
@@ -155,14 +174,18 @@ bool IsInView(const std::vector<cv::Point2f>& corners, const Card& card)
 
 bool Card_FromText(const std::string& text, char level, int margin, Card& card, std::string& error)
 {
-    if (text.empty() || text.find('\0') != std::string::npos) {
-        error = text.empty() ? "empty" : "holds a zero byte";
+    return Card_FromBytes({text, 0, false}, text, level, margin, card, error);
+}
+
+bool Card_FromBytes(const CardBytes& content, const std::string& text, char level, int margin,
+                    Card& card, std::string& error)
+{
+    const std::string& bytes = content.bytes;
+    if (bytes.empty() || bytes.find('\0') != std::string::npos) {
+        error = bytes.empty() ? "empty" : "holds a zero byte";
         return false;
     }
-    const size_t number = std::string("LMQH").find(level);
-    const std::unique_ptr<QRcode, void (*)(QRcode*)> code(
-        QRcode_encodeString(text.c_str(), 0, static_cast<QRecLevel>(number), QR_MODE_8, 1),
-        QRcode_free);
+    const CodePtr code = Encoded(content, static_cast<QRecLevel>(std::string("LMQH").find(level)));
     if (code == nullptr) {
         error = errno == ERANGE ? std::string("too long for a QR code of level ") + level
                                 : std::strerror(errno);

@@ -21,6 +21,18 @@ struct Card {
 // reason in `error`.
 bool Card_FromText(const std::string& text, char level, int margin, Card& card, std::string& error);
 
+// What is in a code whose maker does more than to hand over a text.
+struct CardBytes {
+    std::string bytes;
+    int eci = 0;        // number of the character set that the code says it is in; 0 to say nothing
+    bool kanji = false; // bytes in Shift-JIS: in kanji mode what can be
+};
+
+// As Card_FromText of bytes that are read as `text`; with a character set named, in byte mode
+// alone.
+bool Card_FromBytes(const CardBytes& content, const std::string& text, char level, int margin,
+                    Card& card, std::string& error);
+
 // Loads a picture of a card, and its text from the file NAME.txt beside it. Returns false, with the
 // reason in `error`.
 bool Card_FromPicture(const std::string& path, Card& card, std::string& error);

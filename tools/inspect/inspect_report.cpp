@@ -6,6 +6,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "charsets.h"
 #include "quantile.h"
 #include "text.h"
 
@@ -201,6 +202,7 @@ std::string Report_Json(const InspectedPicture& picture)
     nlohmann::ordered_json json;
     json["file"] = picture.path;
     json["fileHex"] = Text_Hex(picture.path);
+    json["charsets"] = Charsets_Used();
     json["outcome"] = OUTCOME_NAMES[reading.outcome];
     json["text"] = nullptr;
     json["hex"] = nullptr;

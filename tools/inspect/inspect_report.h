@@ -46,6 +46,7 @@ std::string Report_Line(const InspectedPicture& picture, size_t pathWidth, bool 
 // One JSON object on one line:
 //   "file"        bytes that are no UTF-8 replaced
 //   "fileHex"     the path's exact bytes
+//   "charsets"    the character sets that the C library had, a list as in charsets.h
 //   "outcome"     "read": the text is reported exactly; "altered": not as one code's whole text,
 //                 "remark" says why; "too short": none is; "no code"; "not decodable"; "no picture"
 //   "text"        bytes that are no UTF-8 replaced, or null

@@ -8,6 +8,7 @@
 #include "camera_picture.h"
 #include "card_run.h"
 #include "cascade.h"
+#include "charsets.h"
 #include "command_line.h"
 #include "inspect_report.h"
 #include "inspect_sheet.h"
@@ -103,7 +104,10 @@ InspectRecord InspectOne(const std::string& path, const InspectOptions& options)
         return record;
     }
     error = "there is no picture to draw";
-    const std::string name = std::filesystem::path(path).filename().string();
+    std::string name = std::filesystem::path(path).filename().string();
+    if (Charsets_Used() != CHARSETS_ALL) {
+        name += " (character sets: " + Charsets_Used() + ")";
+    }
     cv::Mat sheet;
     record.sheetFailed =
         grey.empty() ||
@@ -263,6 +267,13 @@ int Run(int argc, char** argv)
         ->delimiter(',')
         ->needs(sheet)
         ->check(CLI::Range(1, Qrcode_AttemptCount()));
+    std::string charsets = CHARSETS_ALL;
+    app.add_option("--charsets", charsets,
+                   "Read as a terminal whose C library has just these character sets beside UTF-8: "
+                   "some of sjis,latin1,big5, or none, as a bundle has unless told otherwise; all "
+                   "(the default): as on this machine")
+        ->type_name("LIST")
+        ->check(Charsets_Check);
     CardOptions cards;
     CLI::Option* const check = AddCardOptions(app, cards);
     check->excludes(snapshot)->excludes(truth)->excludes(sheet);
@@ -273,6 +284,11 @@ int Run(int argc, char** argv)
     if (options.places.empty()) {
         std::fputs("qrcode-inspect: no picture named; see --help\n", stderr);
         return EXIT_USAGE;
+    }
+    std::string error;
+    if (!Charsets_Use(charsets, error)) {
+        std::fprintf(stderr, "qrcode-inspect: --charsets: %s\n", error.c_str());
+        return EXIT_FAILED;
     }
     Qrcode_SetUpProcess(); // its times are those of the service
     if (check->count() > 0) {
