@@ -16,6 +16,7 @@ namespace
 {
 
 std::vector<LibraryCall>* record = nullptr; // while recording
+const CallWatch* shown = nullptr;           // while watching
 CallTimes times;
 
 using Clock = std::chrono::steady_clock;
@@ -36,6 +37,13 @@ int configuredValue = 0;
 cv::Mat Kept(In matrix)
 {
     return record != nullptr ? matrix.getMat().clone() : matrix.getMat();
+}
+
+void Show(CallKind kind, const cv::Mat& picture)
+{
+    if (shown != nullptr) {
+        (*shown)(kind, picture);
+    }
 }
 
 // Makes a call that turns one picture into another: now, and again from a copy of the picture.
@@ -62,8 +70,10 @@ template <typename Call> auto Make(CallKind kind, In in, Out out, Call call)
 
 WRAP(cv::Mat, Decode, (In bytes, int flags), "_ZN2cv8imdecodeERKNS_11_InputArrayEi")
 {
-    return Make(CALL_DECODE, bytes, cv::noArray(),
-                [=](In from, Out /*to*/) { return RealDecode(from, flags); });
+    cv::Mat picture = Make(CALL_DECODE, bytes, cv::noArray(),
+                           [=](In from, Out /*to*/) { return RealDecode(from, flags); });
+    Show(CALL_DECODE, picture);
+    return picture;
 }
 
 WRAP(void, Remap,
@@ -73,19 +83,24 @@ WRAP(void, Remap,
     Make(CALL_MIRROR, in, out, [=, x = Kept(mapX), y = Kept(mapY)](In from, Out to) {
         RealRemap(from, to, x, y, method, border, value);
     });
+    Show(CALL_MIRROR, out.getMat());
 }
 
 WRAP(void, Convert, (In in, Out out, int code, int channels),
      "_ZN2cv8cvtColorERKNS_11_InputArrayERKNS_12_OutputArrayEii")
 {
     Make(CALL_GREY, in, out, [=](In from, Out to) { RealConvert(from, to, code, channels); });
+    Show(CALL_GREY, out.getMat());
 }
 
 WRAP(double, Threshold, (In in, Out out, double level, double most, int type),
      "_ZN2cv9thresholdERKNS_11_InputArrayERKNS_12_OutputArrayEddi")
 {
-    return Make(CALL_PREPARE, in, out,
-                [=](In from, Out to) { return RealThreshold(from, to, level, most, type); });
+    const double used = Make(CALL_PREPARE, in, out, [=](In from, Out to) {
+        return RealThreshold(from, to, level, most, type);
+    });
+    Show(CALL_PREPARE, out.getMat());
+    return used;
 }
 
 WRAP(void, Adaptive, (In in, Out out, double most, int method, int type, int block, double minus),
@@ -93,6 +108,7 @@ WRAP(void, Adaptive, (In in, Out out, double most, int method, int type, int blo
 {
     Make(CALL_PREPARE, in, out,
          [=](In from, Out to) { RealAdaptive(from, to, most, method, type, block, minus); });
+    Show(CALL_PREPARE, out.getMat());
 }
 
 WRAP(void, Morphology,
@@ -104,6 +120,7 @@ WRAP(void, Morphology,
     Make(CALL_OPEN, in, out, [=, own = Kept(kernel)](In from, Out to) {
         RealMorphology(from, to, operation, own, anchor, rounds, border, value);
     });
+    Show(CALL_OPEN, out.getMat());
 }
 
 WRAP(int, Configure,
@@ -126,12 +143,15 @@ WRAP(int, Scan, (Scanner * scanner, zbar::zbar_image_t* image), "zbar_scan_image
         zbar::zbar_image_scanner_destroy(own);
         return found;
     };
+    const auto rows = static_cast<int>(zbar_image_get_height(image));
+    const auto cols = static_cast<int>(zbar_image_get_width(image));
+    const cv::Mat handed(rows, cols, CV_8UC1, const_cast<void*>(zbar_image_get_data(image)));
+    Show(CALL_SCAN, handed);
     const Lap lap{times[CALL_SCAN]};
     const int symbols = RealScan(scanner, image);
     if (record != nullptr) {
         const unsigned long size = zbar_image_get_data_length(image);
-        const cv::Mat pixels = Kept(cv::Mat(1, static_cast<int>(size), CV_8UC1,
-                                            const_cast<void*>(zbar_image_get_data(image))));
+        const cv::Mat pixels = Kept(handed);
         const auto own = std::make_shared<zbar::Image>(
             zbar_image_get_width(image), zbar_image_get_height(image), "Y800", pixels.data, size);
         record->push_back({CALL_SCAN, symbols, [scan, pixels, own] { return scan(*own); }});
@@ -167,6 +187,20 @@ std::vector<LibraryCall> Calls_Record(const std::function<void()>& reading)
     reading();
     record = nullptr;
     return calls;
+}
+
+void Calls_Watch(const std::function<void()>& reading, const CallWatch& watch)
+{
+    shown = &watch;
+    reading();
+    shown = nullptr;
+}
+
+const char* Calls_KindName(CallKind kind)
+{
+    static const char* const NAMES[CALL_KINDS] = {
+        "decode", "mirror", "grey", "prepare", "open", "scan", "simulated platform"};
+    return NAMES[kind];
 }
 
 CallTimes Calls_Time(const std::function<void()>& reading)

@@ -1,11 +1,12 @@
-// The calls of OpenCV and zbar that a reading makes, timed and recorded where the service makes
-// them, to be made again one by one. In a program linked with --wrap for each of them (see
+// The calls of OpenCV and zbar that a reading makes, where the service makes them: timed, shown, or
+// recorded to be made again one by one. In a program linked with --wrap for each of them (see
 // CMakeLists.txt) they pass through here, and the service's code knows nothing of it.
 #ifndef BENCH_LIBRARY_CALLS_H
 #define BENCH_LIBRARY_CALLS_H
 
 #include <array>
 #include <functional>
+#include <opencv2/core/mat.hpp>
 #include <vector>
 
 enum CallKind {
@@ -35,5 +36,13 @@ std::vector<LibraryCall> Calls_Record(const std::function<void()>& reading);
 // us that `reading` spends in the calls of each kind.
 using CallTimes = std::array<double, CALL_KINDS>;
 CallTimes Calls_Time(const std::function<void()>& reading);
+
+// Shows `watch` the calls of OpenCV and zbar that `reading` makes, in order: the picture that a
+// call has made, or that a scan is about to be handed.
+using CallWatch = std::function<void(CallKind, const cv::Mat& picture)>;
+void Calls_Watch(const std::function<void()>& reading, const CallWatch& watch);
+
+// What people call a kind: "decode", "mirror" and so on.
+const char* Calls_KindName(CallKind kind);
 
 #endif

@@ -36,8 +36,6 @@ enum {
 
 // Where a reading's time goes: the kinds of calls, and what is left.
 enum { STEP_OWN = CALL_KINDS, STEPS };
-const std::array<const char*, STEPS> STEP_NAMES = {
-    "decode", "mirror", "grey", "prepare", "open", "scan", "simulated platform", "service's own"};
 
 using Series = std::vector<double>; // us
 
@@ -167,7 +165,8 @@ void PrintSteps(const std::vector<Shot>& shots)
         std::printf(" %10s |%9s", shot.title, "");
     }
     for (size_t step = 0; step < STEPS; ++step) {
-        std::printf("\n%-24s", STEP_NAMES[step]);
+        std::printf("\n%-24s", step < CALL_KINDS ? Calls_KindName(static_cast<CallKind>(step))
+                                                 : "service's own");
         for (const Shot& shot : shots) {
             std::printf(" %10.1f |", Median(shot.within[step]));
             if (step < CALL_PLATFORM) {
