@@ -160,7 +160,7 @@ Reading ReadJpeg(const std::string& jpeg)
 
 std::string SampleJpeg(int width = 400, int height = 400, int quality = 99)
 {
-    const std::vector<uint8_t> jpeg = CameraJpeg(SAMPLES_DIR "/plain.png", width, height, quality);
+    const std::vector<uint8_t> jpeg = CameraJpeg(Sample("plain.png"), width, height, quality);
     return {jpeg.begin(), jpeg.end()};
 }
 
@@ -222,7 +222,7 @@ TEST(CaptureDecodeTest, GeometryIsThePicturesOwn)
     const Reading reading = ReadJpeg(SampleJpeg(700, 500, 90));
     ASSERT_FALSE(handed.empty());
     EXPECT_EQ(cv::Size(700, 500), handed[0].size());
-    EXPECT_EQ(SampleText(SAMPLES_DIR "/plain.png"), reading.text);
+    EXPECT_EQ(SampleText(Sample("plain.png")), reading.text);
 }
 
 TEST(CaptureDecodeTest, ScansThatFailAreScansThatFindNothing)

@@ -1,6 +1,6 @@
 #!/bin/bash
 # usage: private_world_test.sh
-# What scripts/private-world.sh keeps, follows and opens, and scripts/enter-world.sh. Ends with 0, or 1
+# What scripts/private-world.sh keeps, follows, covers and opens, and scripts/enter-world.sh. Ends with 0, or 1
 # at the first failure.
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 
@@ -49,6 +49,11 @@ rm -r "$folder/scene"
 mkdir "$folder/scene"
 touch "$folder/scene/second"
 await test -s "$folder/log/second" # the folder was made again
+
+[[ $("$project/scripts/private-world.sh" --over "$folder/log" /usr/share -- cat /usr/share/second) == seen ]] ||
+    fail "no other folder in the place of /usr/share"
+status_of "$project/scripts/private-world.sh" --over "$folder/log" /no/such/folder -- true
+((status == 2)) || fail "status $status where there is no place for a folder"
 
 into=("$project/scripts/enter-world.sh" "$world")
 [[ $("${into[@]}" cat /Database/doorlog/second) == seen ]] || fail "another /Database"

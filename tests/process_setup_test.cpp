@@ -6,6 +6,7 @@
 
 #include "allowances.h"
 #include "capture_decode.h"
+#include "files.h"
 #include "message.h"
 #include "sim_platform.h"
 
@@ -32,7 +33,7 @@ void TakeReadings()
 TEST(ProcessSetupTest, SteadyReadingFaultsInNoPages)
 {
     std::string error;
-    ASSERT_TRUE(Sim_OpenScene(SAMPLES_DIR "/no-code-wall.png", 3600000, "", error)) << error;
+    ASSERT_TRUE(Sim_OpenScene(Sample("no-code-wall.png"), 3600000, "", error)) << error;
     Qrcode_SetUpProcess();
     TakeReadings();
     const long before = PageFaults();

@@ -40,7 +40,7 @@ std::vector<Row> Table()
 {
     const std::regex form(
         "\\| `([^`]+)` \\| [^|]+ \\| (?:`([^`]+)`|none) \\| (none|\\d(?: opened)?) \\|");
-    std::istringstream lines(ReadAll(SAMPLES_DIR "/README.md"));
+    std::istringstream lines(ReadAll(SAMPLES_SOURCE "/README.md"));
     std::vector<Row> rows;
     std::smatch match;
     for (std::string line; std::getline(lines, line);) {
@@ -64,11 +64,11 @@ TEST(SamplesTest, EachIsReadAsItsRowSaysAlsoSlightlyOff)
     std::set<std::string> attempts;
     for (const Row& row : Table()) {
         SCOPED_TRACE(row.file);
-        EXPECT_EQ(row.text, SampleText(SAMPLES_DIR "/" + row.file));
+        EXPECT_EQ(row.text, SampleText(Sample(row.file)));
         attempts.insert(row.attempt);
         cv::Mat picture;
         std::string error;
-        ASSERT_TRUE(Sim_LoadPicture(SAMPLES_DIR "/" + row.file, picture, error)) << error;
+        ASSERT_TRUE(Sim_LoadPicture(Sample(row.file), picture, error)) << error;
         const cv::Mat frame = Sim_CameraFrame(picture, SNAP_WIDTH, SNAP_HEIGHT);
         for (const auto& variation : VARIATIONS) {
             cv::Mat grey;
@@ -100,7 +100,7 @@ TEST(SamplesTest, TheTableNamesAllOfThemAndTheyStaySmall)
     }
     std::set<std::string> pictures;
     uintmax_t bytes = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(SAMPLES_DIR)) {
+    for (const auto& entry : std::filesystem::directory_iterator(SAMPLES_SOURCE)) {
         const std::string extension = entry.path().extension();
         if (extension == ".png" || extension == ".jpg") {
             pictures.insert(entry.path().filename());
@@ -110,5 +110,27 @@ TEST(SamplesTest, TheTableNamesAllOfThemAndTheyStaySmall)
     EXPECT_EQ(named, pictures);
     EXPECT_GE(static_cast<uintmax_t>(TOTAL_BYTES_MAX), bytes);
 }
+
+#ifdef BMP_SAMPLES_DIR // where PNG is read too
+TEST(SamplesTest, TheirBmpTwinsShowTheCameraTheSame)
+{
+    for (const Row& row : Table()) {
+        SCOPED_TRACE(row.file);
+        std::filesystem::path twin = std::filesystem::path(BMP_SAMPLES_DIR) / row.file;
+        if (twin.extension() == ".png") {
+            twin.replace_extension(".bmp");
+        }
+        std::vector<cv::Mat> frames;
+        for (const std::string& path : {Sample(row.file), twin.string()}) {
+            cv::Mat picture;
+            std::string error;
+            ASSERT_TRUE(Sim_LoadPicture(path, picture, error)) << path << ": " << error;
+            frames.push_back(Sim_CameraFrame(picture, SNAP_WIDTH, SNAP_HEIGHT));
+        }
+        EXPECT_EQ(0, cv::norm(frames[0], frames[1], cv::NORM_INF));
+        EXPECT_EQ(SampleText(Sample(row.file)), SampleText(twin));
+    }
+}
+#endif
 
 } // namespace

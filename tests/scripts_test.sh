@@ -71,7 +71,7 @@ all_scripts()
 help()
 {
     local one
-    for one in apt-get bwrap cmake ctest gdb mmdebstrap sudo valgrind; do
+    for one in apt-get bwrap cmake ctest gdb sudo valgrind; do
         tool "$one" <<< 'exit 1'
     done
     touch "$work/now"
@@ -308,8 +308,273 @@ END
     expect 1 'no process' scripts/snapshot.sh --pid 99999999 "$work/shot.jpg"
 }
 
+# reads VARIANT LINE...: what a reading over the variant prints from now on.
+reads()
+{
+    printf '%b\n' "${@:2}" > "$work/reads-$1"
+}
+
+# The comparison of pictures, with a reader that prints what is wanted, and stops at nothing else.
+same_pictures()
+{
+    local libs=$work/libs over=() variant
+    local call='a.jpg\t1\tdecode\t4x1x1\t' text='a.jpg\t0\ttext\t3\tABC'
+    echo 'exit 0' > scripts/setup.sh
+    cat > scripts/build.sh << 'END'
+#!/bin/bash
+name=release
+[[ $1 != --in ]] || name=$2
+mkdir -p "build/$name/bench"
+cache=build/$name/CMakeCache.txt
+[[ -s $cache ]] || # what was found once stays
+    printf '%s\n' DEVICE_LIBC_ROOT:INTERNAL=/ "${4/-DCMAKE_PREFIX_PATH/OpenCVParts_core_LIBRARY:FILEPATH}/" > "$cache"
+cp "$WORK/reader" "build/$name/bench/scanned_pictures"
+END
+    cat > "$work/reader" << 'END'
+#!/bin/bash
+variant=$(basename "${0%/bench/*}")
+lines=$WORK/reads-${variant#over-}
+case $1 in
+frames) touch "$2/a.jpg" ;;
+read) cat "$lines" ;;
+call) sed -n '1s/.*\t//p' "$lines" ;;
+esac
+END
+    chmod +x "$work/reader"
+    tool qemu-arm <<< 'shift 2; exec "$@"'
+    mkdir -p "$libs/lib"
+    touch "$libs/lib/libopencv_core.a"
+    for variant in native hard soft; do
+        over+=(--over "$variant=$libs")
+        reads "$variant" "${call}0000" "$text"
+    done
+    reads release "${call}0000" "$text"
+    expect 0 'soft: of 1 pictures 0 differ' scripts/same-pictures.sh "${over[@]}"
+    cp -r "$libs" "$work/others"
+    expect 0 'soft: of 1 pictures 0 differ' scripts/same-pictures.sh "${over[@]/$libs/$work/others}"
+
+    reads hard "${call}0207" "$text"
+    expect 0 'first in decode: 1 pictures, at most 2 bytes differ, by at most 7' \
+        scripts/same-pictures.sh "${over[@]}"
+    reads hard "$text" # a call is not made
+    expect 0 'hard: of 1 pictures 1 differ; of 0 calls 1' scripts/same-pictures.sh "${over[@]}"
+    reads hard "${call}0000" "${text/ABC/ABD}"
+    expect 1 'hard: of 1 pictures 0 differ.* texts 1' scripts/same-pictures.sh "${over[@]}"
+    rm "$work/reads-hard"
+    expect 1 'hard: a reading cannot be taken' scripts/same-pictures.sh "${over[@]}"
+
+    for variant in "same-pictures.sh --over hard" "arm-cost.sh hard" "resources.sh --beside native"; do
+        # shellcheck disable=SC2086
+        expect 2 'no archives of (hard|native) in /nowhere' scripts/$variant=/nowhere
+    done
+    expect 2 'not for ARM' scripts/arm-cost.sh native="$libs"
+}
+
+# Stand-ins for what fetches, unpacks and builds the terminal's libraries; $SCENE says what goes wrong.
+libraries_tools()
+{
+    tool dpkg-query <<< 'for one in "${@:3}"; do echo "installed $one"; done'
+    tool apt-get << 'END'
+case $1 in
+indextargets) echo "Debian http://mirror ${RELEASE} main" ;;
+update) [[ $SCENE != offline ]] || { echo "E: Failed to fetch x  Temporary failure resolving 'x'"; exit 100; } ;;
+source) for one in "${@:3}"; do echo "Version: 1" > "${one}_1.dsc"; done ;;
+esac
+END
+    tool dpkg-source <<< '[[ $SCENE != cut ]] || exit 1
+        mkdir -p "${*: -1}/debian/patches" && echo a.patch > "${*: -1}/debian/patches/series" &&
+        touch "${*: -1}"/{jpeglib,jmorecfg,jerror}.h'
+    tool cmake << 'END'
+while (($# > 0)); do
+    case $1 in
+    -B | --build | --install) step=$1 folder=$2 ;;
+    --prefix) prefix=$2 ;;
+    esac
+    shift
+done
+case $step in
+-B)
+    [[ $SCENE != compiler ]] || { echo "CMake Error: /nowhere/arm-g++ was not found"; exit 1; }
+    mkdir -p "$folder"
+    printf 'compiler g++ 1\nflags -O\narm 1\nneon 1\n' > "$folder/toolchain.txt"
+    ;;
+--build)
+    [[ $SCENE != full ]] || { echo "x.cpp: error: No space left on device"; exit 1; }
+    [[ $SCENE != interrupted ]] || { kill -TERM 0; sleep 9; }
+    touch "$folder/jconfig.h"
+    ar rc "$folder/libjpeg.a"
+    ;;
+--install)
+    mkdir -p "$prefix/lib"
+    [[ $SCENE != short ]] || exit 0
+    for one in opencv_{core,imgproc,imgcodecs} zbar; do ar rc "$prefix/lib/lib$one.a"; done
+    ;;
+esac
+END
+    # shellcheck source=/dev/null
+    RELEASE=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    export RELEASE
+}
+
+# nothing_half_made LIBRARIES: but for the sources and these libraries build/ holds no folder.
+nothing_half_made()
+{
+    local left
+    left=$(find build -mindepth 1 -maxdepth 1 -type d ! -name sources ! -name "$1")
+    [[ -z $left ]] || wrong "left behind: $left"
+}
+
+# The terminal's libraries: nothing is done twice or left half-made, and what is wrong is told.
+device_libs()
+{
+    libraries_tools
+    expect 2 'which variant' scripts/device-libs.sh
+    expect 2 "toolchain's -DDEVICE_" scripts/device-libs.sh vendor
+    expect 2 'a name of your own' scripts/device-libs.sh hard -DDEVICE_FLOAT_ABI=soft
+    expect 2 'another name' scripts/device-libs.sh hard-x -DDEVICE_FLOAT_ABI=soft
+    expect 2 'not a name' scripts/device-libs.sh ../hard -DDEVICE_FLOAT_ABI=soft
+    expect 2 '-DCMAKE_CXX_FLAGS' scripts/device-libs.sh vendor -DCMAKE_CXX_FLAGS=-O0
+    SCENE=compiler expect 1 '/nowhere/arm-g\+\+' scripts/device-libs.sh vendor -DDEVICE_COMPILER_PREFIX=/nowhere/arm-
+    nothing_half_made none
+    SCENE=offline expect 1 'is the network there' scripts/device-libs.sh hard
+    [[ ! -e build/sources ]] || wrong "sources that were not fetched"
+    SCENE="cut" expect 1 'cannot be fetched' scripts/device-libs.sh hard
+    [[ ! -e build/sources ]] || wrong "sources that were not unpacked"
+    for scene in full short; do
+        SCENE=$scene expect 1 'No space left|No such file' scripts/device-libs.sh hard
+        nothing_half_made none
+    done
+    SCENE=interrupted expect 130 '' setsid --wait scripts/device-libs.sh hard
+    nothing_half_made none
+
+    SCENE=well expect 0 '' scripts/device-libs.sh hard
+    grep -q a.patch build/libs-hard/manifest.txt || wrong "no patches in the manifest"
+    SCENE=well expect 0 '' scripts/device-libs.sh hard
+    ! grep -qE -e '--build|^apt-get (update|source)' "$work/called" || wrong "built again: $(< "$work/called")"
+    echo '# changed' >> cmake/one-file.cmake
+    SCENE=full expect 1 'No space left' scripts/device-libs.sh hard
+    [[ -f build/libs-hard/manifest.txt ]] || wrong "the libraries that were there are lost"
+    SCENE=well expect 0 'Building' scripts/device-libs.sh hard
+    nothing_half_made libs-hard
+    rm build/libs-hard/made-from
+    SCENE=well expect 1 'did not make it' scripts/device-libs.sh hard
+}
+
+# links FLAG...: the program that is linked from now on.
+links()
+{
+    printf '#include <cstdio>\nint main(int count, char** words)\n{ char line[9]; std::sprintf(line, words[count - 1]); }\n' |
+        g++ -w -O2 -D_FORTIFY_SOURCE=2 -fstack-protector-strong -x c++ - -o "$work/program" "$@"
+}
+
+# The one file: what it must not need or be is refused, and the last one stays.
+bundle()
+{
+    echo 'mkdir -p "build/libs-$1" && touch "build/libs-$1"/{made-from,manifest.txt}' > scripts/device-libs.sh
+    cat > scripts/build.sh << 'END'
+#!/bin/bash
+echo "$*" > "$WORK/configured"
+mkdir -p "build/$2/qrcode_src"
+printf 'CMAKE_%s:FILEPATH=%s\n' READELF readelf OBJCOPY objcopy > "build/$2/CMakeCache.txt"
+cp "$WORK/link-log" "build/$2.log"
+cp "$WORK/program" "build/$2/qrcode_src/qrcode"
+END
+    local platform="$work/vendor's own/lib" good=("-pie" "-Wl,-z,relro,-z,now" "-Wl,--build-id")
+    mkdir -p "$platform"
+    touch "$platform/libb.a" "$platform/liba.a" "$work/link-log"
+    expect 2 'which variant' scripts/bundle.sh
+    expect 2 'no such library' scripts/bundle.sh native "$work/nowhere"
+    expect 2 'no lib\*' scripts/bundle.sh native "$work"
+    expect 1 'build/libs-vendor is missing' scripts/bundle.sh vendor
+    expect 2 'no character set "utf8"' scripts/bundle.sh --charsets utf8 native "$platform"
+
+    links "${good[@]}"
+    expect 0 'needs libc.so.6' scripts/bundle.sh native "$platform"
+    grep -qF -e "-DQRCODE_PLATFORM=$platform/liba.a;$platform/libb.a" "$work/configured" ||
+        wrong "platform: $(< "$work/configured")"
+    (cd build/bundle-native && sha256sum --quiet -c SHA256SUMS) > "$work/out" 2> "$work/err" || wrong "sums"
+    grep -q '^needs of the C library: GLIBC_' build/bundle-native/manifest.txt || wrong "no C library named"
+    (($(wc -l < build/bundle-native/SHA256SUMS) == 4)) || wrong "not a sum of each file"
+    grep -q '^# .*: none of' build/bundle-native/gconv/gconv-modules || wrong "character sets"
+    nm build/bundle-native/qrcode.debug | grep main > "$work/out" || wrong "nothing for a debugger"
+    cmp <(readelf -n build/bundle-native/qrcode | grep Build) \
+        <(readelf -n build/bundle-native/qrcode.debug 2> /dev/null | grep Build) > "$work/out" || wrong "build ids"
+    cp build/bundle-native/qrcode "$work/last"
+
+    links "${good[@]}" -Wl,--no-as-needed -lstdc++
+    expect 1 'would need libstdc\+\+' scripts/bundle.sh native "$platform"
+    local flags
+    for flags in -no-pie "-pie -Wl,-z,lazy" "-pie -Wl,-z,now,-z,norelro"; do
+        # shellcheck disable=SC2086
+        links $flags
+        expect 1 'not position-independent' scripts/bundle.sh native "$platform"
+    done
+    for flags in -U_FORTIFY_SOURCE -fno-stack-protector; do
+        links "${good[@]}" "$flags"
+        expect 1 'without stack protector or fortified' scripts/bundle.sh native "$platform"
+    done
+    links "${good[@]}" -Wl,-z,execstack
+    expect 1 'executable stack' scripts/bundle.sh native "$platform"
+    rm "$work/program"
+    echo "main.cpp: undefined reference to \`HI_MPI_SYS_Bind'" > "$work/link-log"
+    expect 1 'the platform lacks HI_MPI_SYS_Bind' scripts/bundle.sh native "$platform"
+    cmp build/bundle-native/qrcode "$work/last" || wrong "the last program is lost"
+    [[ -z $(find build -name '.bundle*' -type d) ]] || wrong "left behind: $(find build -name '.bundle*' -type d)"
+}
+
+# The modules for a terminal: just the chosen ones, and lines that keep the C library from the others, so
+# that this machine's own iconv knows what was chosen and no more.
+charset_modules()
+{
+    local make=(scripts/charset-modules.sh native) made=$work/made from=$work/gconv
+    for wrong in "" sjis,latin2 all SJIS "sjis," none,sjis; do
+        expect 2 'no character set|too few' "${make[@]}" "$wrong" "$made"
+        one_line "a list \"$wrong\""
+    done
+    expect 2 'wants --gconv' scripts/charset-modules.sh vendor sjis "$made"
+    expect 2 'no file gconv-modules' "${make[@]}" sjis "$made" --gconv "$work"
+    [[ ! -e $made ]] || wrong "made for a wrong call"
+
+    local list text
+    while read -r list text; do
+        expect 0 '' "${make[@]}" "$list" "$made"
+        expect 0 '' env GCONV_PATH="$made" bash -c '
+            for name in SJIS ISO8859-1 BIG-5; do
+                if iconv -f "$name" -t UTF-8 < /dev/null 2> /dev/null; then echo -n "$name,"; fi
+            done'
+        [[ $(< "$work/out") == "$text" ]] || wrong "iconv with $list: not $text"
+    done << 'END'
+none
+latin1 ISO8859-1,
+big5,sjis SJIS,BIG-5,
+sjis,latin1,big5 SJIS,ISO8859-1,BIG-5,
+END
+
+    # A vendor's folder, as older and newer C libraries have it.
+    mkdir -p "$from/gconv-modules.d"
+    printf 'alias MS_KANJI// SJIS//\nalias X// OTHER//\nmodule SJIS// INTERNAL SJIS 1\nmodule SJIS// A// SJISA 1\n' \
+        > "$from/gconv-modules"
+    printf 'module BIG5// INTERNAL BIG5 1\n' > "$from/gconv-modules.d/more.conf"
+    touch "$from"/{SJIS,BIG5,OTHER}.so
+    expect 0 '' scripts/charset-modules.sh vendor sjis,big5 "$made" --gconv "$from"
+    printf '%s\n' BIG5.so SJIS.so gconv-modules | diff - <(ls "$made") > "$work/out" || wrong "other files"
+    grep -v -e '^#' -e '^$' "$made/gconv-modules" | tr -s '\t\n' ' \n' > "$work/out"
+    diff "$work/out" - > "$work/err" << 'END' || wrong "other lines"
+alias MS_KANJI// SJIS//
+module SJIS// INTERNAL SJIS 1
+module ISO-8859-1// INTERNAL left-out 1
+module BIG5// INTERNAL BIG5 1
+END
+    expect 1 'no module for latin1' scripts/charset-modules.sh vendor latin1 "$made" --gconv "$from"
+    [[ -e $made/SJIS.so ]] || wrong "the old folder is lost"
+    expect 1 'did not make it' "${make[@]}" none "$from"
+    [[ -e $from/SJIS.so ]] || wrong "a folder of others is lost"
+    [[ -z $(find "$work" -maxdepth 1 -name 'made.*') ]] || wrong "something is left"
+}
+
 case ${1-} in
-help | inspect_options | build_elsewhere | build_refused | setup | no_world | snapshot) "$@" ;;
+help | inspect_options | build_elsewhere | build_refused | setup | no_world | snapshot | same_pictures | \
+    device_libs | bundle | charset_modules) "$@" ;;
 *) fail -2 "no such case: ${1-}" ;;
 esac
 exit $failed

@@ -206,22 +206,46 @@ TEST_F(SimTest, CameraSeesThePictureFittedCentredAndMirrored)
     EXPECT_EQ(cv::Size(400, 400), Sim_CameraFrame(line, 400, 400).size());
 }
 
+// A square BMP with an alpha channel, which OpenCV reads but does not write. Pixels from below,
+// each 0xAARRGGBB.
+std::string BmpWithAlpha(uint32_t side, const std::vector<uint32_t>& pixels)
+{
+    enum : uint32_t { FILE_HEADER = 14, HEADER = 56, ONE_PLANE = 1, BITS = 32, MASKED = 3 };
+    std::vector<uint32_t> words = {FILE_HEADER + HEADER,
+                                   HEADER,
+                                   side,
+                                   side,
+                                   ONE_PLANE | BITS << 16,
+                                   MASKED,
+                                   0,
+                                   0,
+                                   0,
+                                   0,
+                                   0,
+                                   0xFF0000,
+                                   0x00FF00,
+                                   0x0000FF,
+                                   0xFF000000};
+    words.insert(words.end(), pixels.begin(), pixels.end());
+    return std::string("BM\0\0\0\0\0\0\0\0", 10) + // no file's length, which nobody looks at
+           std::string(reinterpret_cast<const char*>(words.data()), words.size() * 4);
+}
+
 TEST_F(SimTest, TransparentPixelsAreSeenAsWhite)
 {
-    cv::Mat picture(4, 4, CV_8UC4, cv::Scalar(0, 0, 0, 0));
-    picture.at<cv::Vec4b>(0, 0) = {10, 20, 30, 255};
-    cv::imwrite((folder / "a.png").string(), picture);
+    WriteAll(folder / "a.bmp", BmpWithAlpha(2, {0xFF1E140A, 0x80000000, 0, 0}));
     cv::Mat loaded;
     std::string error;
-    ASSERT_TRUE(Sim_LoadPicture((folder / "a.png").string(), loaded, error)) << error;
-    EXPECT_EQ(cv::Vec3b(10, 20, 30), loaded.at<cv::Vec3b>(0, 0));
-    EXPECT_EQ(cv::Vec3b(255, 255, 255), loaded.at<cv::Vec3b>(3, 3));
+    ASSERT_TRUE(Sim_LoadPicture((folder / "a.bmp").string(), loaded, error)) << error;
+    EXPECT_EQ(cv::Vec3b(10, 20, 30), loaded.at<cv::Vec3b>(1, 0));
+    EXPECT_EQ(cv::Vec3b(127, 127, 127), loaded.at<cv::Vec3b>(1, 1));
+    EXPECT_EQ(cv::Vec3b(255, 255, 255), loaded.at<cv::Vec3b>(0, 1));
 }
 
 TEST_F(SimTest, PictureStaysOnViewForItsTime)
 {
-    Paint("a.png", 10);
-    Paint("b.png", 250);
+    Paint("a.bmp", 10);
+    Paint("b.bmp", 250);
     Open(200);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(10, Seen(1)[0]);
@@ -235,15 +259,15 @@ TEST_F(SimTest, PicturesTakeTurnsWithAFrameBetweenThemAlsoThoseThatComeAndGo)
     WriteAll(folder / "a.txt", "expected text\n");
     Open(1); // each is over by its next frame
     EXPECT_EQ((Greys{128, 128}), Seen(2)) << "an empty folder is a wall";
-    Paint("b.png", 20);
+    Paint("b.bmp", 20);
     EXPECT_EQ((Greys{20}), Seen(1));
-    Paint("a.png", 40);
-    Paint("c.png", 60);
+    Paint("a.bmp", 40);
+    Paint("c.bmp", 60);
     EXPECT_EQ((Greys{128, 60, 128, 40}), Seen(4));
-    std::filesystem::remove(folder / "b.png");
+    std::filesystem::remove(folder / "b.bmp");
     EXPECT_EQ((Greys{128, 60}), Seen(2));
-    std::filesystem::remove(folder / "a.png");
-    std::filesystem::remove(folder / "c.png");
+    std::filesystem::remove(folder / "a.bmp");
+    std::filesystem::remove(folder / "c.bmp");
     EXPECT_EQ((Greys{128, 128}), Seen(2));
     EXPECT_EQ((std::vector<std::string>{"empty0", "view1", "blank1", "view1", "blank1", "view2",
                                         "blank2", "view2", "blank2", "empty2"}),
@@ -252,23 +276,23 @@ TEST_F(SimTest, PicturesTakeTurnsWithAFrameBetweenThemAlsoThoseThatComeAndGo)
 
 TEST_F(SimTest, UnreadablePictureCostsOneLineUntilItChanges)
 {
-    WriteAll(folder / "a.png", "no picture");
+    WriteAll(folder / "a.bmp", "no picture");
     WriteAll(folder / "b.jpg", "");
-    Paint("c.png", 20);
+    Paint("c.bmp", 20);
     Open(1);
     testing::internal::CaptureStderr();
     EXPECT_EQ((Greys{20, 128, 20, 128, 20, 128}), Seen(6));
-    EXPECT_EQ("sim: skipped " + (folder / "a.png").string() +
+    EXPECT_EQ("sim: skipped " + (folder / "a.bmp").string() +
                   ": not a picture that can be read, or too large a one\n" + "sim: skipped " +
                   (folder / "b.jpg").string() + ": empty file\n",
               testing::internal::GetCapturedStderr());
-    Paint("a.png", 90);
+    Paint("a.bmp", 90);
     EXPECT_EQ((Greys{90}), Seen(1));
 }
 
 TEST_F(SimTest, SceneGoesOnWhenNobodyReadsItsEvents)
 {
-    Paint("a.png", 10);
+    Paint("a.bmp", 10);
     const std::string fifo = (folder / ".events").string();
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

@@ -13,6 +13,7 @@
 
 #include "capture_decode.h"
 #include "dirty_stack.h"
+#include "files.h"
 #include "message.h"
 #include "sim_platform.h"
 #include "snap_size.h"
@@ -20,7 +21,7 @@
 namespace
 {
 bool memoryIsShort = false;
-void* lastAllocated = nullptr;
+void* lastPacks = nullptr; // pack array; others' memory comes this way too, where they are archives
 bool lastWasFreed = false;
 
 std::vector<int64_t> waits; // for pictures, us
@@ -51,14 +52,17 @@ int __wrap_select(int n, fd_set* in, fd_set* out, fd_set* except, timeval* wait)
 
 void* __wrap_calloc(size_t count, size_t size)
 {
-    lastAllocated = memoryIsShort ? nullptr : __real_calloc(count, size);
-    lastWasFreed = false;
-    return lastAllocated;
+    void* const memory = memoryIsShort ? nullptr : __real_calloc(count, size);
+    if (size == sizeof(MediaPack)) {
+        lastPacks = memory;
+        lastWasFreed = false;
+    }
+    return memory;
 }
 
 void __wrap_free(void* memory)
 {
-    lastWasFreed = lastWasFreed || memory == lastAllocated;
+    lastWasFreed = lastWasFreed || memory == lastPacks;
     __real_free(memory);
 }
 }
@@ -142,7 +146,7 @@ protected:
     {
         std::string error;
         const int viewMs = 3600000; // whatever a loaded machine needs
-        ASSERT_TRUE(Sim_OpenScene(SAMPLES_DIR "/plain.png", viewMs, "", error)) << error;
+        ASSERT_TRUE(Sim_OpenScene(Sample("plain.png"), viewMs, "", error)) << error;
         nSnapWidth = 0;
         nSnapHeight = 0;
     }

@@ -69,7 +69,7 @@ private:
     uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(random_() % limit); }
     bool One(uint32_t in) { return Below(in) == 0; }
     std::mt19937 random_{seed};
-    const std::vector<uint8_t> jpeg_ = CameraJpeg(SAMPLES_DIR "/plain.png");
+    const std::vector<uint8_t> jpeg_ = CameraJpeg(Sample("plain.png"));
 };
 
 class StormTest : public testing::Test
@@ -114,7 +114,7 @@ protected:
 
 TEST_F(StormTest, NothingIsLostAndTheServiceReadsOn)
 {
-    const std::string text = SampleText(SAMPLES_DIR "/plain.png");
+    const std::string text = SampleText(Sample("plain.png"));
     Storm storm;
     int reads = 0;
     bool before = false;
@@ -137,9 +137,9 @@ TEST_F(StormTest, NothingIsLostAndTheServiceReadsOn)
     EXPECT_EQ(descriptors, OpenDescriptors());
     Result(); // of the picture in an old channel
     std::string error;
-    ASSERT_TRUE(Sim_OpenScene(SAMPLES_DIR "/worn.png", SIM_VIEW_MS, "", error)) << error;
+    ASSERT_TRUE(Sim_OpenScene(Sample("worn.png"), SIM_VIEW_MS, "", error)) << error;
     Pass(fine);
-    EXPECT_EQ(SampleText(SAMPLES_DIR "/worn.png"), Result());
+    EXPECT_EQ(SampleText(Sample("worn.png")), Result());
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <zbar.h>
 
 #include "camera_picture.h"
+#include "files.h"
 #include "message.h"
 
 namespace
@@ -52,7 +53,7 @@ cv::Mat Grey(const std::string& sample)
 {
     cv::Mat picture;
     std::string error;
-    EXPECT_TRUE(Sim_LoadPicture(SAMPLES_DIR "/" + sample, picture, error)) << sample << error;
+    EXPECT_TRUE(Sim_LoadPicture(Sample(sample), picture, error)) << sample << error;
     cv::Mat grey;
     cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
     return grey;

@@ -96,7 +96,9 @@ bool Program::Start(const ProgramOptions& options, std::string& error)
     int in[2] = {-1, -1};
     int out[2] = {-1, -1};
     if (options.input) {
-        static_cast<void>(pipe2(in, O_CLOEXEC));
+        if (pipe2(in, O_CLOEXEC) != 0) {
+            in[0] = -1; // told below
+        }
         std::signal(SIGPIPE, SIG_IGN); // a line for a program that has ended is lost
     } else {
         in[0] = open("/dev/null", O_RDONLY | O_CLOEXEC);

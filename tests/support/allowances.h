@@ -16,13 +16,6 @@ const int EXTRA_THREADS = 1;
 const int EXTRA_THREADS = 0;
 #endif
 
-// Whether a process can be kept from growing; the emulator passes such limits over.
-#ifdef TESTS_EMULATED
-const bool LIMITS_MEMORY = false;
-#else
-const bool LIMITS_MEMORY = true;
-#endif
-
 // Where everything takes many times as long.
 #if defined(TESTS_EMULATED) || defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) ||    \
     __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)

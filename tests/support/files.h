@@ -20,6 +20,17 @@ inline void WriteAll(const std::filesystem::path& path, const std::string& bytes
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
+// A sample by its name in samples/. Where the program can read no PNG, SAMPLES_DIR holds those as
+// BMP.
+inline std::string Sample(const std::string& name)
+{
+    std::filesystem::path path = std::filesystem::path(SAMPLES_DIR) / name;
+    if (!std::filesystem::exists(path)) {
+        path.replace_extension(".bmp");
+    }
+    return path.string();
+}
+
 // The expected text beside a sample.
 inline std::string SampleText(const std::filesystem::path& picture)
 {

@@ -13,7 +13,7 @@
 const std::string LOG_FOLDER = "/Database/doorlog";
 const std::string SERVICE_LOG = LOG_FOLDER + "/qrcodelog.txt";
 const std::string UI_LOG = LOG_FOLDER + "/uilog.txt";
-const std::string PLAIN = SAMPLES_DIR "/plain.png";
+const std::string PLAIN = Sample("plain.png");
 
 enum {
     SILENCE_MS = EMULATED_OR_SANITIZED ? 4000 : 1000, // much longer than two readings
