@@ -17,8 +17,8 @@
 # Ends with 0, 1 when there can be no program, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# The parts of a C library that a program may name.
 export LC_ALL=C.UTF-8 # the linker's words are looked at
+# The parts of a C library that a program may name.
 readonly C_LIBRARY='libc\.so.*|libm\.so.*|libpthread\.so.*|libdl\.so.*|librt\.so.*|ld-.*|libc\.musl.*'
 
 # cached NAME: prints a value that CMake has found for the program.
@@ -132,18 +132,14 @@ cd "$project"
 scripts/charset-modules.sh "$variant" "$charsets" "$made/gconv" ${gconv[@]+"${gconv[@]}"}
 libs=$project/build/libs-$variant
 link=$project/build/link-$name
-preset=$variant
-definitions=()
 case $variant in
 hard | soft | native) scripts/device-libs.sh "$variant" ;;
 *)
     [[ -f $libs/variables ]] ||
         fail "build/libs-$variant is missing; make it with scripts/device-libs.sh $variant -DDEVICE_..."
-    mapfile -t definitions < "$libs/variables"
-    definitions+=("-DDEVICE_STAGING=$libs")
-    preset=hard
     ;;
 esac
+over_words "$variant" "$libs"
 if ((${#libraries[@]} > 0)); then
     platform=$(IFS=';' && echo "${libraries[*]}")
     definitions+=("-DQRCODE_SIMULATION=OFF" "-DQRCODE_PLATFORM=$platform")

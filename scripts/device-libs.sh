@@ -127,7 +127,7 @@ write_manifest()
     local name version patches
     echo "The libraries in the terminal's program, from Debian's source packages"
     echo
-    sed -n 's/^compiler/compiler:/p; s/^flags/flags:/p; s/^compiled/all compiled with:/p; s/^linked/the program linked with:/p' \
+    sed -n 's/^compiler/compiler:/p; s/^flags/flags:/p; s/^compiled -O2/all compiled with:/p; s/^linked/the program linked with:/p' \
         "$work/check/toolchain.txt"
     for name in "${SOURCES[@]}"; do
         version=$(sed -n 's/^Version: //p' "$sources/$name/debian/source-package.dsc" | head -n 1)

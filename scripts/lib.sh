@@ -116,30 +116,39 @@ over_folder()
     [[ $variant =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not a name for a variant: $variant"
     [[ $1 != *=* ]] || folder=${1#*=}
     case $1 in
-    hard | soft | native) "$project/scripts/device-libs.sh" "$1" >&2 || exit ;; # set -e is off in \$( )
+    hard | soft | native) "$project/scripts/device-libs.sh" "$1" >&2 || exit ;; # set -e is off in $( )
     esac
     [[ -f $folder/lib/libopencv_core.a ]] || fail -2 "no archives of $variant in $folder"
     realpath -- "$folder"
+}
+
+# over_words VARIANT FOLDER: sets preset, and definitions, the other words that build.sh takes for what is
+# built over the archives in FOLDER.
+over_words()
+{
+    definitions=()
+    preset=${1%%-*}
+    case $preset in
+    hard | soft | native) ;;
+    *)
+        preset=hard
+        mapfile -t definitions < "$2/variables"
+        ;;
+    esac
+    definitions+=("-DDEVICE_STAGING=$2" "-DCMAKE_PREFIX_PATH=$2")
 }
 
 # build_over VARIANT FOLDER TARGET...: builds targets over the archives in FOLDER, into
 # build/over-VARIANT. Sets over, that folder, and run, the words that its programs are run by.
 build_over()
 {
-    local variant=$1 folder=$2 preset=${1%%-*} definitions=()
+    local variant=$1 folder=$2 preset definitions
+    over_words "$1" "$2"
     shift 2
-    case $preset in
-    hard | soft | native) ;;
-    *)
-        preset=hard
-        mapfile -t definitions < "$folder/variables"
-        ;;
-    esac
     # What CMake found in another folder before it would keep.
     grep -qsF "_core_LIBRARY:FILEPATH=$folder/" "$project/build/over-$variant/CMakeCache.txt" ||
         rm -rf "$project/build/over-$variant"
-    "$project/scripts/build.sh" --in "over-$variant" ${definitions[@]+"${definitions[@]}"} \
-        "-DDEVICE_STAGING=$folder" "-DCMAKE_PREFIX_PATH=$folder" -DQRCODE_TESTS=OFF "$preset" "$@"
+    "$project/scripts/build.sh" --in "over-$variant" "${definitions[@]}" -DQRCODE_TESTS=OFF "$preset" "$@"
     # shellcheck disable=SC2034
     run=() over=$project/build/over-$variant
     grep -qF "_core_LIBRARY:FILEPATH=$folder/" "$over/CMakeCache.txt" ||

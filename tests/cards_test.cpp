@@ -124,7 +124,7 @@ protected:
     int Run(std::vector<std::string> arguments)
     {
         arguments.insert(arguments.begin(), {INSPECT, "--cards"});
-        tool = RunProgram(Emulated(arguments));
+        tool = RunProgram(arguments);
         return tool.status;
     }
 
@@ -162,7 +162,7 @@ TEST_F(CardsToolTest, AWrongCardIsNamedWithItsWorstViewWhichInspectShows)
 
     // Only the second was not right everywhere.
     const std::vector<std::string> kept = {INSPECT, "--truth", worst};
-    tool = RunProgram(Emulated(kept));
+    tool = RunProgram(kept);
     EXPECT_EQ(1, tool.status);
     EXPECT_EQ(1, Lines("card-2-wrong.png  altered        WRONG       23  QR-Code, EAN-2"));
     EXPECT_EQ(1, Lines("Pictures: 1, read: 0, altered: 1"));
@@ -249,7 +249,7 @@ TEST_F(CardsToolTest, WhatIsNoCardIsNamedCountedAndStopsNothing)
         EXPECT_EQ(2, Run(wrong));
         EXPECT_FALSE(tool.lines.empty());
     }
-    EXPECT_EQ(2, RunProgram(Emulated({INSPECT, good, "--level", "Q"})).status);
+    EXPECT_EQ(2, RunProgram({INSPECT, good, "--level", "Q"}).status);
     const std::string command = std::string(INSPECT) + " --cards --straight ";
     EXPECT_EQ(1, RunProgram({"/bin/sh", "-c", command + good + " > /dev/full"}).status);
     EXPECT_EQ(0, RunProgram({"/bin/sh", "-c", command + "- < " + good}).status);

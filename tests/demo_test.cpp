@@ -125,7 +125,7 @@ protected:
 
     std::vector<std::string> Command(const std::vector<std::string>& more = {}) const
     {
-        std::vector<std::string> command = Emulated({DEMO, "--service", service, "--scene", scene});
+        std::vector<std::string> command = {DEMO, "--service", service, "--scene", scene};
         command.insert(command.end(), more.begin(), more.end());
         return command;
     }

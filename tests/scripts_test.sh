@@ -303,6 +303,9 @@ END
     tool gdb <<< 'printf "\xff\xd8a picture" > picture'
     expect 0 '' "${save[@]}"
     [[ $(< "$work/shot.jpg") == *"a picture" ]] || wrong "the snapshot is not saved"
+    # As the program itself gdb would not move symbols to where the process has them.
+    expect 0 '' "${save[@]}" --symbols "/proc/$$/exe"
+    grep -q -e '-s /.*/exe -p' "$work/called" || wrong "symbols are given as the program: $(< "$work/called")"
     expect 1 'is of another build' "${save[@]}" --symbols "$copy/README.md"
     expect 1 'cannot write' scripts/snapshot.sh --pid $$ "$work/nowhere/shot.jpg"
     expect 1 'no process' scripts/snapshot.sh --pid 99999999 "$work/shot.jpg"
@@ -451,6 +454,8 @@ device_libs()
     grep -q a.patch build/libs-hard/manifest.txt || wrong "no patches in the manifest"
     SCENE=well expect 0 '' scripts/device-libs.sh hard
     ! grep -qE -e '--build|^apt-get (update|source)' "$work/called" || wrong "built again: $(< "$work/called")"
+    SCENE=well expect 124 'waiting for another call' flock build/.libs-hard.lock \
+        timeout 2 scripts/device-libs.sh hard
     echo '# changed' >> cmake/one-file.cmake
     SCENE=full expect 1 'No space left' scripts/device-libs.sh hard
     [[ -f build/libs-hard/manifest.txt ]] || wrong "the libraries that were there are lost"
