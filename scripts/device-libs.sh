@@ -1,13 +1,17 @@
 #!/bin/bash
-# usage: device-libs.sh VARIANT [-DVARIABLE=VALUE...]
-# Builds what the service calls of OpenCV, zbar and libjpeg-turbo from Debian's source packages, patches
-# applied, as static archives into build/libs-VARIANT: include/, lib/ and manifest.txt, which says each
-# library's version, patches, licence and options. The variants:
+# usage: device-libs.sh [--without PATCH] VARIANT [-DVARIABLE=VALUE...]
+# Builds what the service calls of OpenCV, zbar and libjpeg-turbo from Debian's source packages, Debian's
+# patches and those in patches/ applied, as static archives into build/libs-VARIANT: include/, lib/ and
+# manifest.txt, which says each library's version, patches, licence and options. The variants:
 #   hard    Debian's compiler for ARM with hard float, Cortex-A7 with NEON
 #   soft    ... with the soft-float calling convention (softfp)
 #   native  this machine
+#   sanitized  ... with clang's sanitizers for addresses and undefined behaviour, for scripts/fuzz.sh
+#   covered    ... counting the lines that are reached
 #   NAME    another toolchain: give the variables of cmake/arm-linux.cmake that differ, as
 #           -DDEVICE_COMPILER_PREFIX=/opt/vendor/bin/arm-linux- -DDEVICE_FLOAT_ABI=softfp
+#   --without PATCH  leaves one patch of zbar's away, Debian's or ours, named by a part of its name; into
+#                    build/libs-VARIANT-without-PATCH. To see what the fuzzing finds without it.
 # The sources are fetched and verified by apt into build/sources once, for all variants; remove that
 # folder to get newer ones. With nothing changed since the last call nothing is done. An interrupted
 # call leaves nothing half-made. A variant takes some 3 minutes on two cores, and 30 MB; the sources
@@ -50,7 +54,7 @@ fetch_sources()
 (
     apt_configuration "$work/apt" deb-src
     export APT_CONFIG=$work/apt/apt.conf
-    mkdir "$work/packages" "$work/sources" && cd "$work/packages" || exit
+    mkdir "$work/packages" && cd "$work/packages" || exit
     apt-get update || exit
     apt-get source --download-only "${SOURCES[@]}" || exit
     mkdir "$work/sources"
@@ -62,14 +66,56 @@ fetch_sources()
     rm -rf "$work/sources/opencv/"{contrib,samples} "$work/packages"
 )
 
-# Prints what the libraries are made from and how: they are made anew when any of it changes.
+# Prints what the libraries are made from and how: they are made anew when any of it changes. Where only
+# lines of zbar's change, it alone is.
 describe()
-{
+(
     sed 's/^/toolchain: /' "$work/check/toolchain.txt"
     printf 'variable: %s\n' ${toolchain[@]+"${toolchain[@]}"}
-    (cd "$sources" && sha256sum ./*/debian/source-package.dsc)
-    (cd "$project" && sha256sum "scripts/$script" cmake/{one-file,opencv-files,arm-linux,arm-soft}.cmake \
-        cmake/zbar/CMakeLists.txt)
+    cd "$sources" && sha256sum ./{libjpeg-turbo,opencv,zlib}/debian/source-package.dsc
+    sha256sum ./zbar/debian/source-package.dsc | sed 's/^/zbar: /'
+    { # what this script makes of them
+        declare -f build build_zbar build_libraries
+        declare -p OPENCV_{OPTIMIZE,OPTIONS,OFF,NATIVE_OPTIONS} ZBAR_OPTIMIZE{,_LINKING} JPEG_{OPTIMIZE,OFF} \
+            lto simd opencv_target
+    } | sha256sum
+    cd "$project" && sha256sum cmake/{one-file,sanitized,opencv-files,arm-linux,arm-soft}.cmake
+    find patches -name '*.patch' ! -path 'patches/zbar/*' -exec sha256sum {} + | sort -k 2
+    find patches/zbar cmake/zbar -type f -exec sha256sum {} + | sort -k 2 | sed 's/^/zbar: /'
+    echo "zbar: without $without"
+)
+
+# Prints the one patch of zbar's that has the word in its name.
+patch_named()
+{
+    local all found
+    mapfile -t all < <(find "$sources/zbar/debian/patches" "$project/patches/zbar" -name '*.patch' | sort)
+    mapfile -t found < <(printf '%s\n' "${all[@]}" | grep -F -- "$1")
+    ((${#found[@]} == 1)) ||
+        fail -2 "--without $1: ${#found[@]} patches have this in their name; there are: ${all[*]##*/}"
+    echo "${found[0]}"
+}
+
+# apply LIBRARY PATCH [OPTION]
+apply()
+{
+    patch -d "$patched/$1" -p1 -F 0 "${@:3}" < "$2" || {
+        echo "patch: error: $2 does not apply to $1"
+        return 1
+    }
+}
+
+# patch_sources LIBRARY...: copies their sources to $patched, and applies our patches there.
+patch_sources()
+{
+    local name patch
+    mkdir "$patched" && cp -a "${@/#/$sources/}" "$patched" || return
+    [[ $left != */debian/* ]] || apply zbar "$left" -R || return
+    for name in "$@"; do
+        for patch in "$project/patches/$name"/*.patch; do
+            [[ ! -f $patch || $patch == "$left" ]] || apply "$name" "$patch" || return
+        done
+    done
 }
 
 # off NAME...: leaves CMake options that switch these off in $options.
@@ -85,33 +131,44 @@ build()
 {
     local name=$1 source=$2 optimise=$3 target=$4
     shift 4
+    [[ $how == */one-file.cmake ]] || optimise="as in cmake/$(basename "$how")"
     echo "-- $name ${optimise} $*" >> "$work/options"
     cd "$work" || return # a check of libjpeg-turbo leaves a file where it runs
     cmake -G Ninja -S "$source" -B "$work/$name" ${toolchain[@]+"${toolchain[@]}"} -DCMAKE_BUILD_TYPE=Release \
-        -DCMAKE_PROJECT_INCLUDE="$project/cmake/one-file.cmake" \
+        -DCMAKE_PROJECT_INCLUDE="$how" \
         -DONE_FILE_SOURCES="$cut" -DONE_FILE_OPTIMIZE="$optimise" "$@" &&
         cmake --build "$work/$name" -j "$(nproc)" --target "$target"
 }
 
+build_zbar()
+{
+    build zbar "$project/cmake/zbar" "$ZBAR_OPTIMIZE$lto" zbar -DZBAR_SOURCE="$patched/zbar" &&
+        cmake --install "$work/zbar" --prefix "$work/made"
+}
+
 build_libraries()
 {
-    local made=$work/made jpeg=$sources/libjpeg-turbo
+    local made=$work/made jpeg options
+    if [[ -n $others ]]; then
+        patch_sources zbar && mkdir "$made" && cp -a "$others"/{include,lib} "$made/" && build_zbar
+        return
+    fi
+    patch_sources "${SOURCES[@]}" || return
+    jpeg=$patched/libjpeg-turbo
     mkdir -p "$made"/{include,lib} || return
-    local options
     off "${JPEG_OFF[@]}"
     build libjpeg-turbo "$jpeg" "$JPEG_OPTIMIZE" jpeg-static "${options[@]}" "${simd[@]}" || return
     cp "$work/libjpeg-turbo/libjpeg.a" "$made/lib/" &&
         cp "$jpeg"/{jpeglib,jmorecfg,jerror}.h "$work/libjpeg-turbo/jconfig.h" "$made/include/" || return
 
-    build zbar "$project/cmake/zbar" "$ZBAR_OPTIMIZE$lto" zbar -DZBAR_SOURCE="$sources/zbar" || return
-    cmake --install "$work/zbar" --prefix "$made" || return
+    build_zbar || return
 
     # zlib is for files that the service never has: OpenCV wants its header, the program nothing of it.
     off "${OPENCV_OFF[@]}"
-    build opencv "$sources/opencv" "$OPENCV_OPTIMIZE" all "${OPENCV_OPTIONS[@]}" "${options[@]}" \
+    build opencv "$patched/opencv" "$OPENCV_OPTIMIZE" all "${OPENCV_OPTIONS[@]}" "${options[@]}" \
         "${opencv_target[@]}" \
         -DCMAKE_PROJECT_OpenCV_INCLUDE="$project/cmake/opencv-files.cmake" \
-        -DZLIB_INCLUDE_DIR="$sources/zlib" -DZLIB_LIBRARY=not-linked \
+        -DZLIB_INCLUDE_DIR="$patched/zlib" -DZLIB_LIBRARY=not-linked \
         -DJPEG_INCLUDE_DIR="$made/include" -DJPEG_LIBRARY="$made/lib/libjpeg.a" || return
     cmake --install "$work/opencv" --prefix "$made" || return
     rm -rf "${made:?}"/{bin,share,lib/cmake}
@@ -131,7 +188,11 @@ write_manifest()
         "$work/check/toolchain.txt"
     for name in "${SOURCES[@]}"; do
         version=$(sed -n 's/^Version: //p' "$sources/$name/debian/source-package.dsc" | head -n 1)
-        patches=$(sed 's/#.*//; s/[[:space:]]*$//; /^$/d; s/^/    /' "$sources/$name/debian/patches/series")
+        patches=$(
+            sed 's/#.*//; s/[[:space:]]*$//; /^$/d; s/^/    /' "$sources/$name/debian/patches/series"
+            cd "$project" && find patches -path "patches/$name/*.patch" | sort | sed 's/^/    /'
+        )
+        [[ $name != zbar || -z $without ]] || patches+=$'\n'"    but none named $without"
         echo
         echo "$name $version"
         echo "  licence: ${LICENCES[$name]}"
@@ -150,12 +211,20 @@ write_manifest()
 }
 
 help_if_asked "$@"
-(($# > 0)) || fail -2 "which variant? hard, soft, native or a name of your own; see $script --help"
+without=
+if [[ ${1-} == --without ]]; then
+    (($# >= 2)) || fail -2 "--without wants a patch's name"
+    [[ $2 =~ ^[A-Za-z0-9][A-Za-z0-9_.-]*$ ]] || fail -2 "--without: not a patch's name: $2"
+    without=$2
+    shift 2
+fi
+(($# > 0)) || fail -2 "which variant? hard, soft, native, sanitized, covered or a name of your own; see $script --help"
 variant=$1
 shift
 [[ $variant != -* ]] || fail -2 "unknown option $variant, or no variant before it; see $script --help"
 [[ $variant =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not a name for a variant: $variant"
-[[ $variant != @(hard|soft|native)-* ]] || fail -2 "$variant reads as one of hard, soft, native; take another name"
+[[ $variant != @(hard|soft|native|sanitized|covered)-* ]] ||
+    fail -2 "$variant reads as one of hard, soft, native, sanitized, covered; take another name"
 variables=()
 for argument in "$@"; do
     [[ $argument =~ ^-DDEVICE_(COMPILER_PREFIX|FLOAT_ABI|CPU_FLAGS|ROOT)=  ]] ||
@@ -166,25 +235,34 @@ for argument in "$@"; do
     variables+=("$argument")
 done
 case $variant in
-hard | soft | native)
+hard | soft | native | sanitized | covered)
     (($# == 0)) || fail -2 "$variant is made with Debian's compiler; for another take a name of your own"
     ;;
-*) (($# > 0)) || fail -2 "$variant is none of hard, soft, native: it wants a toolchain's -DDEVICE_ variables" ;;
+*) (($# > 0)) || fail -2 "$variant is none of hard, soft, native, sanitized, covered: it wants a toolchain's -DDEVICE_ variables" ;;
 esac
 
-"$project/scripts/setup.sh" libs
+groups=(libs)
+how=$project/cmake/one-file.cmake
 toolchain=(-DCMAKE_TOOLCHAIN_FILE="$project/cmake/arm-linux.cmake" ${variables[@]+"${variables[@]}"})
 case $variant in
 soft) toolchain=(-DCMAKE_TOOLCHAIN_FILE="$project/cmake/arm-soft.cmake") ;;
 native) toolchain=() ;;
+sanitized | covered)
+    groups=(fuzz)
+    how=$project/cmake/sanitized.cmake
+    toolchain=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+    [[ $variant == sanitized ]] || toolchain+=(-DSANITIZED_COVERAGE=ON)
+    ;;
 esac
+"$project/scripts/setup.sh" "${groups[@]}"
 
-libs=$project/build/libs-$variant
+libs=$project/build/libs-$variant${without:+-without-$without}
 sources=$project/build/sources
 own_build_root
-one_at_a_time "libs-$variant"
+one_at_a_time "$(basename "$libs")"
 [[ ! -e $libs || -f $libs/made-from ]] || fail "$libs is there, but this script did not make it; move it away"
 work=$(mktemp -d "$project/build/.libs.XXXXXX")
+patched=$work/sources
 trap 'rm -rf "$work"; give_build_back' EXIT
 trap 'exit 130' INT TERM HUP
 
@@ -201,7 +279,7 @@ check_toolchain()
 {
     cmake -G Ninja -S "$project/cmake/toolchain-check" -B "$work/check" \
         ${toolchain[@]+"${toolchain[@]}"} -DCMAKE_BUILD_TYPE=Release \
-        -DCMAKE_PROJECT_INCLUDE="$project/cmake/one-file.cmake"
+        -DCMAKE_PROJECT_INCLUDE="$how"
 }
 with_progress "$work/log" "Trying the compiler" check_toolchain || give_up "no usable compiler for $variant"
 
@@ -215,15 +293,10 @@ get_sources()
     fi
 )
 get_sources
-describe > "$work/description"
-if [[ -f $libs/made-from ]] && cmp -s "$work/description" "$libs/made-from"; then
-    exit 0
-fi
-
 lto=
 ! grep -q '^lto 1' "$work/check/toolchain.txt" || lto=" $ZBAR_OPTIMIZE_LINKING"
 cut= # from file names
-! grep -q '^prefix-map 1' "$work/check/toolchain.txt" || cut=$sources
+! grep -q '^prefix-map 1' "$work/check/toolchain.txt" || cut=$patched
 simd=()
 opencv_target=()
 if grep -q '^arm 1' "$work/check/toolchain.txt"; then
@@ -240,10 +313,34 @@ else
     simd=(-DREQUIRE_SIMD=ON)
     opencv_target=("${OPENCV_NATIVE_OPTIONS[@]}")
 fi
-echo "Building OpenCV, zbar and libjpeg-turbo for $variant (some 3 minutes) ..." >&2
+if [[ $how == */sanitized.cmake ]]; then
+    lto=
+    simd=(-DWITH_SIMD=OFF)            # no sanitizer sees into assembler
+    opencv_target+=("-DCPU_DISPATCH=") # vectors of 16 bytes, as the terminal's
+fi
+left= # the patch that is left away
+if [[ -n $without ]]; then
+    left=$(patch_named "$without")
+    "$project/scripts/$script" "$variant" "$@"
+fi
+describe > "$work/description"
+if [[ -f $libs/made-from ]] && cmp -s "$work/description" "$libs/made-from"; then
+    exit 0
+fi
+
+# Where the others are as they would be made, zbar alone is made.
+others=$project/build/libs-$variant
 : > "$work/options"
+if [[ -f $others/made-from ]] && cmp -s <(grep -v '^zbar: ' "$work/description") <(grep -v '^zbar: ' "$others/made-from"); then
+    grep -v '^-- zbar ' "$others/options" > "$work/options"
+    echo "Building zbar for $variant ..." >&2
+else
+    others=
+    echo "Building OpenCV, zbar and libjpeg-turbo for $variant (some 3 minutes) ..." >&2
+fi
 with_progress "$work/log" "Building the libraries" build_libraries || give_up "the libraries for $variant cannot be built"
 write_manifest > "$work/made/manifest.txt"
+sed "s|$work/||g; s|$project/||g" "$work/options" > "$work/made/options"
 printf '%s' "${variables[@]/%/$'\n'}" > "$work/made/variables" # of the toolchain, for what is linked with these
 cp "$work/description" "$work/made/made-from"
 [[ ! -e $libs ]] || mv "$libs" "$work/old"

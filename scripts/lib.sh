@@ -116,7 +116,9 @@ over_folder()
     [[ $variant =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not a name for a variant: $variant"
     [[ $1 != *=* ]] || folder=${1#*=}
     case $1 in
-    hard | soft | native) "$project/scripts/device-libs.sh" "$1" >&2 || exit ;; # set -e is off in $( )
+    hard | soft | native | sanitized | covered)
+        "$project/scripts/device-libs.sh" "$1" >&2 || exit # set -e is off in $( )
+        ;;
     esac
     [[ -f $folder/lib/libopencv_core.a ]] || fail -2 "no archives of $variant in $folder"
     realpath -- "$folder"
@@ -130,6 +132,8 @@ over_words()
     preset=${1%%-*}
     case $preset in
     hard | soft | native) ;;
+    sanitized) preset=fuzz ;;
+    covered) preset=fuzz-coverage ;;
     *)
         preset=hard
         mapfile -t definitions < "$2/variables"
@@ -154,7 +158,7 @@ build_over()
     grep -qF "_core_LIBRARY:FILEPATH=$folder/" "$over/CMakeCache.txt" ||
         fail "$over was built over other archives than those in $folder"
     # shellcheck disable=SC2034
-    [[ $preset == native ]] ||
+    [[ $preset == @(native|fuzz|fuzz-coverage) ]] ||
         run=(qemu-arm -L "$(sed -n 's/^DEVICE_LIBC_ROOT:[A-Z]*=//p' "$over/CMakeCache.txt")")
 }
 

@@ -8,6 +8,8 @@
 #   check  ... and everything that checks the code
 #   libs   to make the terminal's file, over a platform from outside; without "build"
 #   device ... over the simulated one, and to emulate it
+#   fuzz   ... to fuzz it, and the libraries
+#   supervise  to run and watch the service under systemd and BusyBox
 #   bench  to measure what the service costs
 # Ends with 0, 1 when something cannot be installed, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -16,13 +18,14 @@ readonly BUILD_PACKAGES=(g++ cmake ninja-build libopencv-core-dev libopencv-imgp
     libopencv-imgcodecs-dev libzbar-dev libcli11-dev libqrencode-dev nlohmann-json3-dev bubblewrap
     libfreetype-dev fonts-dejavu-core fonts-wqy-microhei) # the last three: letters on sheets
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev netpbm python3) # netpbm: samples as BMP
-readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev llvm-14 shellcheck
-    valgrind)
+readonly CHECK_PACKAGES=(clang clang-tidy clang-format cppcheck libclang-rt-14-dev shellcheck valgrind)
 readonly LIBS_PACKAGES=(g++ cmake ninja-build dpkg-dev xz-utils bzip2 patch nasm
     g++-arm-linux-gnueabihf g++-arm-linux-gnueabi)
 readonly DEVICE_PACKAGES=("${LIBS_PACKAGES[@]}" qemu-user googletest netpbm)
+readonly FUZZ_PACKAGES=("${LIBS_PACKAGES[@]}" clang libclang-rt-14-dev llvm-14 libzint-dev zlib1g-dev python3)
 readonly BENCH_PACKAGES=(libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
     gnuplot-nox)
+readonly SUPERVISE_PACKAGES=(systemd busybox-static strace iproute2 util-linux procps)
 readonly INSTALL=(--no-install-recommends install)
 # What apt says when it cannot reach a server.
 readonly NO_NETWORK='Could not resolve|Temporary failure resolving|Could not connect|connection timed out|Unable to connect|Network is unreachable'
@@ -67,9 +70,11 @@ for group in "$@"; do
     check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
     libs) packages+=("${LIBS_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
+    fuzz) packages+=("${FUZZ_PACKAGES[@]}") ;;
+    supervise) packages+=("${TEST_PACKAGES[@]}" "${SUPERVISE_PACKAGES[@]}") ;;
     bench) packages+=("${BENCH_PACKAGES[@]}") ;;
     -*) fail -2 "unknown option $group; see $script --help" ;;
-    *) fail -2 "unknown group \"$group\"; there are: build, test, check, libs, device, bench" ;;
+    *) fail -2 "unknown group \"$group\"; there are: build, test, check, libs, device, fuzz, supervise, bench" ;;
     esac
 done
 
