@@ -8,9 +8,10 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 arguments 0 999 "$@"
-"$project/scripts/setup.sh" check bench
+"$project/scripts/setup.sh" check bench fuzz
 "$project/scripts/build.sh" werror-clang
 cd "$project"
+scripts/device-libs.sh sanitized
 for preset in fuzz bench; do
     scripts/build.sh --configure $preset
 done
