@@ -386,7 +386,11 @@ esac
 END
     tool dpkg-source <<< '[[ $SCENE != cut ]] || exit 1
         mkdir -p "${*: -1}/debian/patches" && echo a.patch > "${*: -1}/debian/patches/series" &&
-        touch "${*: -1}"/{jpeglib,jmorecfg,jerror}.h'
+        printf "%s\n" "--- a/code" "+++ b/code" "@@ -0,0 +1 @@" "+theirs" > "${*: -1}/debian/patches/a.patch" &&
+        echo theirs > "${*: -1}/code" && touch "${*: -1}"/{jpeglib,jmorecfg,jerror}.h'
+    rm -r patches
+    mkdir -p patches/zbar patches/opencv
+    printf '%s\n' 'Subject: ours' --- '--- a/code' '+++ b/code' '@@ -1 +1,2 @@' ' theirs' '+ours' > patches/zbar/01-ours.patch
     tool cmake << 'END'
 while (($# > 0)); do
     case $1 in
@@ -402,6 +406,7 @@ case $step in
     printf 'compiler g++ 1\nflags -O\narm 1\nneon 1\n' > "$folder/toolchain.txt"
     ;;
 --build)
+    cat "$folder/../sources/zbar/code" > "$WORK/zbar-code"
     [[ $SCENE != full ]] || { echo "x.cpp: error: No space left on device"; exit 1; }
     [[ $SCENE != interrupted ]] || { kill -TERM 0; sleep 9; }
     touch "$folder/jconfig.h"
@@ -463,6 +468,82 @@ device_libs()
     nothing_half_made libs-hard
     rm build/libs-hard/made-from
     SCENE=well expect 1 'did not make it' scripts/device-libs.sh hard
+}
+
+# Our patches: of which library they are is what is made anew, one that does not fit is named, and one
+# can be left away.
+patches()
+{
+    local libs=build/libs-hard
+    libraries_tools
+    SCENE=well expect 0 '' scripts/device-libs.sh hard
+    grep -q 'patches/zbar/01-ours.patch' "$libs"/manifest.txt || wrong "the patch is not in the manifest"
+    [[ $(< "$work/zbar-code") == $'theirs\nours' ]] || wrong "zbar without the patch"
+    echo "# changed" >> patches/zbar/01-ours.patch
+    SCENE=well expect 0 'Building zbar for hard' scripts/device-libs.sh hard
+    [[ $(grep -c -e '--build' "$work/called") == 1 ]] || wrong "not zbar alone: $(< "$work/called")"
+    grep -q 'opencv .*-DBUILD_LIST' "$libs"/options || wrong "OpenCV's options are lost"
+
+    expect 2 'nothing: 0 patches .* a.patch 01-ours.patch' scripts/device-libs.sh --without nothing hard
+    expect 2 'patch: 2 patches' scripts/device-libs.sh --without patch hard
+    SCENE=well expect 0 '' scripts/device-libs.sh --without ours hard
+    [[ $(< "$work/zbar-code") == theirs ]] || wrong "ours is not left away"
+    grep -q 'but none named ours' "$libs-without-ours"/manifest.txt || wrong "the manifest names it"
+    ! grep -q 'but none' "$libs"/manifest.txt || wrong "the variant itself lost it"
+    rm patches/zbar/01-ours.patch
+    SCENE=well expect 0 '' scripts/device-libs.sh --without a.patch hard
+    [[ ! -s $work/zbar-code ]] || wrong "theirs is not left away"
+
+    printf '%s\n' --- '--- a/code' '+++ b/code' '@@ -1 +1,2 @@' ' nobodys' '+ours' > patches/opencv/01-other.patch
+    SCENE=well expect 1 '01-other.patch does not apply to opencv' scripts/device-libs.sh hard
+    [[ -f "$libs"/manifest.txt ]] || wrong "the libraries that were there are lost"
+}
+
+# Fuzzing: what breaks is named, of the seeds without a patch just those that do, and a finding fails the run.
+fuzz()
+{
+    printf '#!/bin/bash\nexit 0\n' > scripts/setup.sh
+    cat > scripts/device-libs.sh << 'END'
+#!/bin/bash
+folder=build/libs-sanitized
+[[ $1 != --without ]] || folder=$folder-without-$2
+mkdir -p "$folder/lib" && touch "$folder/lib/libopencv_core.a"
+END
+    cat > scripts/build.sh << 'END'
+#!/bin/bash
+mkdir -p "build/$2/fuzz"
+echo "OpenCVParts_core_LIBRARY:FILEPATH=${3#*=}/" > "build/$2/CMakeCache.txt"
+cp "$WORK/target" "build/$2/fuzz/fuzz_scan"
+END
+    cat > "$work/target" << 'END'
+#!/bin/bash
+for word in "$@"; do
+    [[ $word != -artifact_prefix=* ]] || kept=${word#*=}
+    [[ $word != -max_total_time=* || -z ${FINDS-} ]] || found=new
+    [[ $word != /* && $word != fuzz/* ]] || [[ -d $word ]] || { echo "not a folder: $word"; exit 1; }
+    [[ ! -d $word ]] || ! grep -rq BREAKS "$word" || found=old
+done
+[[ -n ${found-} ]] || exit 0
+echo BREAKS > "${kept}crash-$found"
+echo "SUMMARY: AddressSanitizer: $found overflow /x/y/./zbar/code.c:1:2 in f (BuildId: 1)"
+exit 1
+END
+    chmod +x "$work/target"
+    printf '#!/bin/bash\nwhile [[ $1 != -- ]]; do shift; done\nshift\nexec "$@"\n' > scripts/private-world.sh
+    rm -r fuzz/seeds/scan
+    mkdir fuzz/seeds/scan
+    touch fuzz/seeds/scan/{fine,zz}
+    expect 2 'no target "nosuch"' scripts/fuzz.sh 5 nosuch
+    expect 2 'SECONDS: not a number' scripts/fuzz.sh --without x scan
+    expect 0 '^scan +5 s' scripts/fuzz.sh 5 scan
+    FINDS=1 expect 1 'scan: a finding: AddressSanitizer: new overflow zbar/code.c:1:2 in f;' scripts/fuzz.sh 5 scan
+    expect 1 'a finding: .*old' scripts/fuzz.sh 0 scan # what was found stays
+
+    expect 1 'nothing breaks without x' scripts/fuzz.sh --without x 5
+    FINDS=1 expect 0 '^from nothing, after [0-9]+ s: .*new overflow' scripts/fuzz.sh --without x 5
+    echo BREAKS > fuzz/seeds/scan/found
+    expect 0 '^scan/found +AddressSanitizer: old' scripts/fuzz.sh --without x 0
+    (($(wc -l < "$work/out") == 1)) || wrong "not the seed that breaks alone"
 }
 
 # links FLAG...: the program that is linked from now on.
@@ -577,9 +658,63 @@ END
     [[ -z $(find "$work" -maxdepth 1 -name 'made.*') ]] || wrong "something is left"
 }
 
+# A call that the unit's filter lacks is named; one of the simulated platform is none.
+seen_calls()
+{
+    printf '#!/bin/bash\nexit 0\n' | tee scripts/setup.sh scripts/build.sh > "$work/stub"
+    mkdir -p build/release/bench
+    cp "$work/stub" build/release/bench/scanned_pictures
+    chmod +x build/release/bench/scanned_pictures
+    cat > scripts/private-world.sh << 'END'
+#!/bin/bash
+printf '7 %s(3) = 0\n' $CALLS > "$2/trace.one"
+END
+    printf 'SystemCallFilter=read write\n#SystemCallFilter=uname\nSystemCallFilter=close\n' > "$work/unit"
+    CALLS="close timerfd_create read" expect 0 '^2 calls seen' scripts/seen-calls.sh --check "$work/unit"
+    CALLS="close ptrace read" expect 1 '^ptrace$' scripts/seen-calls.sh --check "$work/unit"
+    CALLS="rseq close <...>" expect 0 '^rseq$' scripts/seen-calls.sh
+    CALLS=" " expect 1 'nothing was seen' scripts/seen-calls.sh
+    expect 2 'no such file' scripts/seen-calls.sh --check "$work/none"
+}
+
+# Without root nothing is tried, and that is told; both ways to start the service have the same limits.
+supervised()
+{
+    expect 2 '' scripts/supervised.sh --times 0
+    expect 2 'unexpected argument upstart' scripts/supervised.sh upstart
+    local as=()
+    ((EUID != 0)) || as=(setpriv --reuid="$OTHER_USER" --regid="$OTHER_USER" --clear-groups)
+    if "${as[@]}" true 2> /dev/null; then
+        expect 125 '^skipped: .*root' "${as[@]}" scripts/supervised.sh
+        nothing_called supervised.sh
+    fi
+
+    local unit=docs/device/qrcode.service letter name ours theirs
+    while read -r letter name; do
+        ours=$(sed -n "s/^ulimit -$letter \([0-9]*\).*/\1/p" docs/device/qrcode-start)
+        theirs=$(sed -n "s/^Limit$name=//p" "$unit")
+        case $theirs in
+        *M) theirs=$((${theirs%M} * 1024)) ;;
+        esac
+        [[ $letter != f ]] || theirs=$((theirs * 2)) # blocks of 512 bytes
+        [[ -n $ours && $ours == "$theirs" ]] || wrong "limit $name: $ours and $theirs"
+    done << 'END'
+c CORE
+s STACK
+v AS
+n NOFILE
+u NPROC
+f FSIZE
+END
+    ! grep '^Requires.*prepare' "$unit" > "$work/out" || wrong "$unit: a full flash stops the door"
+    for name in "$unit" docs/device/qrcode-prepare.service; do
+        grep -q '^StartLimitIntervalSec=0$' "$name" || wrong "$name: an end too many stops the service for good"
+    done
+}
+
 case ${1-} in
 help | inspect_options | build_elsewhere | build_refused | setup | no_world | snapshot | same_pictures | \
-    device_libs | bundle | charset_modules) "$@" ;;
+    device_libs | patches | fuzz | bundle | charset_modules | seen_calls | supervised) "$@" ;;
 *) fail -2 "no such case: ${1-}" ;;
 esac
 exit $failed
