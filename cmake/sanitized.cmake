@@ -17,10 +17,10 @@ endif()
 if(ONE_FILE_SOURCES)
   string(APPEND _flags " \"-ffile-prefix-map=${ONE_FILE_SOURCES}=.\"") # quoted for a path with a blank
 endif()
-# Of OpenCV few files are called, cmake/opencv-files.cmake names those; some of the others take minutes at -O2.
+# Of OpenCV few files are called, cmake/opencv-files.cmake names those; some of the others take six minutes at -O1.
 # Each module of OpenCV's is a project too: what counts is the outermost.
 if(CMAKE_PROJECT_NAME STREQUAL "OpenCV")
-  string(PREPEND _flags "-O1 ")
+  string(PREPEND _flags "-O0 ")
 else()
   string(PREPEND _flags "-O2 ")
 endif()
