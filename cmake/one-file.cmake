@@ -3,6 +3,7 @@
 #   ONE_FILE_OPTIMIZE  this part's optimisation, -O2 by default
 #   ONE_FILE_SOURCES   folder whose path is cut from file names in the program
 set(QRCODE_ONE_FILE TRUE)
+set(QRCODE_OVER_ARCHIVES TRUE)
 set(ONE_FILE_OPTIMIZE "-O2" CACHE STRING "Optimisation")
 set(ONE_FILE_SOURCES "" CACHE PATH "Cut from file names")
 

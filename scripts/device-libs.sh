@@ -10,11 +10,11 @@
 #   covered    ... counting the lines that are reached
 #   NAME    another toolchain: give the variables of cmake/arm-linux.cmake that differ, as
 #           -DDEVICE_COMPILER_PREFIX=/opt/vendor/bin/arm-linux- -DDEVICE_FLOAT_ABI=softfp
-#   --without PATCH  leaves one patch of zbar's away, Debian's or ours, named by a part of its name; into
+#   --without PATCH  leaves out one patch of zbar's, Debian's or ours, named by a part of its name; into
 #                    build/libs-VARIANT-without-PATCH. To see what the fuzzing finds without it.
 # The sources are fetched and verified by apt into build/sources once, for all variants; remove that
 # folder to get newer ones. With nothing changed since the last call nothing is done. An interrupted
-# call leaves nothing half-made. A variant takes some 3 minutes on two cores, and 30 MB; the sources
+# call leaves nothing half-made. A variant takes some 4 minutes on two cores, sanitized 6, and 30 MB; the sources
 # 140 MB to download, and 150 MB.
 # Ends with 0, 1 when something cannot be built, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -79,7 +79,7 @@ describe()
         declare -p OPENCV_{OPTIMIZE,OPTIONS,OFF,NATIVE_OPTIONS} ZBAR_OPTIMIZE{,_LINKING} JPEG_{OPTIMIZE,OFF} \
             lto simd opencv_target
     } | sha256sum
-    cd "$project" && sha256sum cmake/{one-file,sanitized,opencv-files,arm-linux,arm-soft}.cmake
+    cd "$project" && sha256sum "${how#"$project"/}" cmake/{opencv-files,arm-linux,arm-soft}.cmake
     find patches -name '*.patch' ! -path 'patches/zbar/*' -exec sha256sum {} + | sort -k 2
     find patches/zbar cmake/zbar -type f -exec sha256sum {} + | sort -k 2 | sed 's/^/zbar: /'
     echo "zbar: without $without"
@@ -88,9 +88,11 @@ describe()
 # Prints the one patch of zbar's that has the word in its name.
 patch_named()
 {
-    local all found
+    local all found=() one
     mapfile -t all < <(find "$sources/zbar/debian/patches" "$project/patches/zbar" -name '*.patch' | sort)
-    mapfile -t found < <(printf '%s\n' "${all[@]}" | grep -F -- "$1")
+    for one in "${all[@]}"; do
+        [[ ${one##*/} != *"$1"* ]] || found+=("$one")
+    done
     ((${#found[@]} == 1)) ||
         fail -2 "--without $1: ${#found[@]} patches have this in their name; there are: ${all[*]##*/}"
     echo "${found[0]}"
@@ -131,12 +133,16 @@ build()
 {
     local name=$1 source=$2 optimise=$3 target=$4
     shift 4
-    [[ $how == */one-file.cmake ]] || optimise="as in cmake/$(basename "$how")"
-    echo "-- $name ${optimise} $*" >> "$work/options"
+    if [[ $how == */one-file.cmake ]]; then
+        echo "-- $name $optimise $*" >> "$work/options"
+        set -- -DONE_FILE_OPTIMIZE="$optimise" "$@"
+    else
+        echo "-- $name as in ${how#"$project"/} $*" >> "$work/options"
+    fi
     cd "$work" || return # a check of libjpeg-turbo leaves a file where it runs
     cmake -G Ninja -S "$source" -B "$work/$name" ${toolchain[@]+"${toolchain[@]}"} -DCMAKE_BUILD_TYPE=Release \
         -DCMAKE_PROJECT_INCLUDE="$how" \
-        -DONE_FILE_SOURCES="$cut" -DONE_FILE_OPTIMIZE="$optimise" "$@" &&
+        -DONE_FILE_SOURCES="$cut" "$@" &&
         cmake --build "$work/$name" -j "$(nproc)" --target "$target"
 }
 
@@ -206,6 +212,8 @@ write_manifest()
         echo "${patches:-    none}"
         [[ $name != opencv ]] ||
             sed -nE 's/^set\(ONE_FILE_(O.) (.*)\)/  -\1 for the files \2/p' "$project/cmake/opencv-files.cmake"
+        [[ $name != zbar ]] ||
+            sed -nE 's/^target_compile_options\(zbar PRIVATE (-f.*)\)/  \1/p' "$project/cmake/zbar/CMakeLists.txt"
         echo "  options: $(sed -n "s|^-- $name ||p" "$work/options" | sed "s|$work/||g; s|$project/||g")"
     done
 }
@@ -243,6 +251,7 @@ esac
 
 groups=(libs)
 how=$project/cmake/one-file.cmake
+minutes=4 # on two cores
 toolchain=(-DCMAKE_TOOLCHAIN_FILE="$project/cmake/arm-linux.cmake" ${variables[@]+"${variables[@]}"})
 case $variant in
 soft) toolchain=(-DCMAKE_TOOLCHAIN_FILE="$project/cmake/arm-soft.cmake") ;;
@@ -250,6 +259,7 @@ native) toolchain=() ;;
 sanitized | covered)
     groups=(fuzz)
     how=$project/cmake/sanitized.cmake
+    minutes=6
     toolchain=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
     [[ $variant == sanitized ]] || toolchain+=(-DSANITIZED_COVERAGE=ON)
     ;;
@@ -261,7 +271,9 @@ sources=$project/build/sources
 own_build_root
 one_at_a_time "$(basename "$libs")"
 [[ ! -e $libs || -f $libs/made-from ]] || fail "$libs is there, but this script did not make it; move it away"
-work=$(mktemp -d "$project/build/.libs.XXXXXX")
+work=$project/build/.$(basename "$libs") # always the same: its name gets into what is built
+rm -rf "$work"
+mkdir "$work"
 patched=$work/sources
 trap 'rm -rf "$work"; give_build_back' EXIT
 trap 'exit 130' INT TERM HUP
@@ -318,7 +330,7 @@ if [[ $how == */sanitized.cmake ]]; then
     simd=(-DWITH_SIMD=OFF)            # no sanitizer sees into assembler
     opencv_target+=("-DCPU_DISPATCH=") # vectors of 16 bytes, as the terminal's
 fi
-left= # the patch that is left away
+left= # the patch that is left out
 if [[ -n $without ]]; then
     left=$(patch_named "$without")
     "$project/scripts/$script" "$variant" "$@"
@@ -336,7 +348,7 @@ if [[ -f $others/made-from ]] && cmp -s <(grep -v '^zbar: ' "$work/description")
     echo "Building zbar for $variant ..." >&2
 else
     others=
-    echo "Building OpenCV, zbar and libjpeg-turbo for $variant (some 3 minutes) ..." >&2
+    echo "Building OpenCV, zbar and libjpeg-turbo for $variant (some $minutes minutes) ..." >&2
 fi
 with_progress "$work/log" "Building the libraries" build_libraries || give_up "the libraries for $variant cannot be built"
 write_manifest > "$work/made/manifest.txt"
