@@ -687,6 +687,12 @@ supervised()
     if "${as[@]}" true 2> /dev/null; then
         expect 125 '^skipped: .*root' "${as[@]}" scripts/supervised.sh
         nothing_called supervised.sh
+        # Past its words it would, as root, make all of this machine read-only.
+        local word
+        for word in stop once private "private true" "private $(readlink /proc/self/ns/mnt) true"; do
+            # shellcheck disable=SC2086
+            expect 2 '^usage: ' "${as[@]}" docs/device/qrcode-start $word
+        done
     fi
 
     local unit=docs/device/qrcode.service letter name ours theirs
