@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # usage: make-decode-seeds.py
-# Makes the pictures in the folder decode beside it anew: a small one of every kind of JPEG that the
-# decoder has code for, cut and damaged ones, and the BMPs that OpenCV reads whether wanted or not.
+# Makes the pictures in the folder decode beside it anew, all but found-*, which fuzzing has found: a small
+# one of every kind of JPEG that the decoder has code for, cut and damaged ones, and the BMPs that OpenCV
+# reads whether wanted or not.
 # Needs cjpeg (Debian's package libjpeg-turbo-progs, 2.1.5). Running it again gives the same files, byte
 # for byte. Ends with 0, 1 when one cannot be made, 2 on wrong usage.
 import pathlib
@@ -325,7 +326,8 @@ def main():
         sys.exit("make-decode-seeds.py: cjpeg is not installed (Debian's package libjpeg-turbo-progs)")
     FOLDER.mkdir(exist_ok=True)
     for old in FOLDER.iterdir():
-        old.unlink()
+        if not old.name.startswith("found-"):
+            old.unlink()
     cjpeg_kinds()
     scan_scripts()
     cut_and_damaged()
