@@ -51,6 +51,7 @@ if ((${#targets[@]} == 0)); then
     targets=("${TARGETS[@]}")
     [[ $mode != without ]] || targets=(scan)
 fi
+[[ $mode != without || ${#targets[@]} == 1 ]] || fail -2 "--without takes one target"
 for target in "${targets[@]}"; do
     [[ " ${TARGETS[*]} " == *" $target "* ]] ||
         fail -2 "no target \"$target\"; there are: ${TARGETS[*]}"
@@ -82,10 +83,15 @@ fuzz_program()
         fuzz "$over/fuzz/fuzz_$target" "$4" "$5" "$6" "$7" "${words[@]}"
 }
 
-# What the sanitizer or the fuzzer said first, in one line.
+# first_finding TARGET LOG: sets `finding`, what the sanitizer or the fuzzer said first, in one line. Where
+# neither said a thing, the target did not run, and that is no finding: ends with 1.
 first_finding()
 {
-    grep -m 1 -oE 'SUMMARY: .*|ERROR: libFuzzer: .*' "$1" | sed -E 's#SUMMARY: ##; s# \(BuildId.*##; s# /[^ ]*/(\./|sources/)# #'
+    finding=$(grep -m 1 -oE 'SUMMARY: .*|ERROR: libFuzzer: .*' "$2" | sed -E \
+        's#SUMMARY: ##; s# \(BuildId.*##; s# /[^ ]*/(\./|sources/)# #') || {
+        tail -n 40 "$2" >&2
+        fail "$1: did not run (above)"
+    }
 }
 
 coverage()
@@ -114,7 +120,6 @@ without()
 {
     local folder=$project/build/libs-sanitized-without-$patch target=${targets[0]} log=$inputs/without.log
     local none=$inputs/without seed broken=0
-    ((${#targets[@]} == 1)) || fail -2 "--without takes one target"
     scripts/device-libs.sh --without "$patch" sanitized
     build_over sanitized-without "$folder" "fuzz_$target"
     rm -rf "$none"
@@ -124,7 +129,8 @@ without()
         cp "$seed" "$none/seed/"
         fuzz_program "$target" "$log" "Replaying seeds" "$none/seed" "$none/none" "$none/findings" 0 || {
             broken=1
-            printf '%-40s %s\n' "${seed#fuzz/seeds/}" "$(first_finding "$log")"
+            first_finding "$target" "$log"
+            printf '%-40s %s\n' "${seed#fuzz/seeds/}" "$finding"
         }
     done
     rm -f "$none/findings"/*
@@ -132,7 +138,8 @@ without()
     if ((seconds > 0)) && ! fuzz_program "$target" "$log" "Fuzzing $target from nothing" "$none/none" \
         "$none/corpus" "$none/findings" "$seconds"; then
         broken=1
-        echo "from nothing, after $((SECONDS - start)) s: $(first_finding "$log")"
+        first_finding "$target" "$log"
+        echo "from nothing, after $((SECONDS - start)) s: $finding"
     fi
     ((broken)) || fail "nothing breaks without $patch"
 }
@@ -153,8 +160,9 @@ fuzz()
                 "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)" \
                 "$(find "$corpus" -type f | wc -l)"
         else
-            tail -40 "$log" >&2
-            echo "fuzz.sh: $target: a finding: $(first_finding "$log"); see $log and $findings" >&2
+            first_finding "$target" "$log"
+            tail -n 40 "$log" >&2
+            echo "fuzz.sh: $target: a finding: $finding; see $log and $findings" >&2
             found=1
         fi
     done

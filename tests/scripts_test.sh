@@ -500,8 +500,10 @@ patches()
 }
 
 # Fuzzing: what breaks is named, of the seeds without a patch just those that do, and a finding fails the run.
+# A target that did not run has found nothing.
 fuzz()
 {
+    local words
     printf '#!/bin/bash\nexit 0\n' > scripts/setup.sh
     cat > scripts/device-libs.sh << 'END'
 #!/bin/bash
@@ -535,6 +537,7 @@ END
     touch fuzz/seeds/scan/{fine,zz}
     expect 2 'no target "nosuch"' scripts/fuzz.sh 5 nosuch
     expect 2 'SECONDS: not a number' scripts/fuzz.sh --without x scan
+    expect 2 'takes one target' scripts/fuzz.sh --without x 5 scan decode
     expect 0 '^scan +5 s' scripts/fuzz.sh 5 scan
     FINDS=1 expect 1 'scan: a finding: AddressSanitizer: new overflow zbar/code.c:1:2 in f;' scripts/fuzz.sh 5 scan
     expect 1 'a finding: .*old' scripts/fuzz.sh 0 scan # what was found stays
@@ -544,6 +547,13 @@ END
     echo BREAKS > fuzz/seeds/scan/found
     expect 0 '^scan/found +AddressSanitizer: old' scripts/fuzz.sh --without x 0
     (($(wc -l < "$work/out") == 1)) || wrong "not the seed that breaks alone"
+    printf '#!/bin/bash\necho "no private world here"\nexit 125\n' > scripts/private-world.sh
+    for words in "--without x 0" "5 scan"; do
+        # shellcheck disable=SC2086
+        expect 1 'scan: did not run' scripts/fuzz.sh $words
+        grep -q 'no private world' "$work/err" || wrong "the reason is lost"
+        ! grep -qE 'a finding|^scan/' "$work/out" "$work/err" || wrong "what did not run is taken for a finding"
+    done
 }
 
 # links FLAG...: the program that is linked from now on.
