@@ -196,7 +196,7 @@ report()
             continue
         fi
         (($(grep -cx "trying $name" "$work/trial/tried") == 2)) || wrong "$name: did not begin, confined or not"
-        line=$(grep "^confined $name " "$seen")
+        line=$(grep "^confined $name " "$seen") || { wrong "$name: no outcome" && continue; }
         case $line in
         *ExecMainCode=1*) status=${line##*ExecMainStatus=} ;;
         *ExecMainCode=[23]*) status=$((128 + ${line##*ExecMainStatus=})) ;;
@@ -230,7 +230,11 @@ run()
     work=$(mktemp -d "$project/build/.supervised.XXXXXX")
     chmod 755 "$work"
     prepare "$kind"
+    # Read even where the init or what it starts does not come to write them.
+    : > "$work/init"
     : > "$work/trial/seen"
+    : > "$work/trial/printed"
+    : > "$work/trial/tried"
     enter_groups
     # On a terminal of its own, for that is where an init tells what is wrong.
     printf -v words '%q ' unshare --fork --pid --kill-child --mount --net --ipc --uts --cgroup \
@@ -244,8 +248,8 @@ run()
     wait "$watcher" || true
     end_world
     if ! grep -qx "done" "$work/trial/seen" || grep '^broken' "$work/trial/seen"; then
-        tail -n 20 "$work/init" "$work/trial/printed" >&2
         cp "$work/init" "$project/build/supervised.log"
+        tail -n 20 "$work/init" "$work/trial/printed" >&2
         fail "$kind: not all could be tried"
     fi
     report "$kind"

@@ -690,7 +690,7 @@ END
 # Without root nothing is tried, and that is told; both ways to start the service have the same limits.
 supervised()
 {
-    expect 2 '' scripts/supervised.sh --times 0
+    expect 2 '--times: not a number' scripts/supervised.sh --times 0
     expect 2 'unexpected argument upstart' scripts/supervised.sh upstart
     local as=()
     ((EUID != 0)) || as=(setpriv --reuid="$OTHER_USER" --regid="$OTHER_USER" --clear-groups)
