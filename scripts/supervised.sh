@@ -20,7 +20,6 @@ readonly CONTROL_GROUPS=/sys/fs/cgroup
 readonly CONTROLLERS=(memory devices pids) # that the unit's limits are of
 readonly SERVICE_USER=990 # any that is free
 readonly WRONG_USAGE=200 # the intruder's
-readonly PATIENCE_S=600
 
 skip()
 {
@@ -266,7 +265,7 @@ run()
     pid=$!
     # In the background, or an interrupt would wait for it.
     # shellcheck disable=SC2016
-    timeout $PATIENCE_S bash -c 'tail --pid="$2" -n +1 -f "$1" | grep -qx done' bash "$work/trial/seen" "$pid" &
+    timeout "$patience" bash -c 'tail --pid="$2" -n +1 -f "$1" | grep -qx done' bash "$work/trial/seen" "$pid" &
     watcher=$!
     wait "$watcher" || true
     end_world
@@ -299,6 +298,7 @@ while (($# > 0)); do
     shift
 done
 ((${#kinds[@]} > 0)) || kinds=(systemd busybox)
+patience=$((300 + 20 * times)) # seconds; of the two ends at each of the times one takes 1 to 3
 ((EUID == 0)) || skip "only root can give a service to an init of its own"
 unshare --pid --fork --mount --net --ipc --uts --cgroup true 2> /dev/null ||
     skip "no namespaces can be made, as in a container"
