@@ -64,8 +64,7 @@ variants=()
 while (($# > 0)); do
     case $1 in
     --functions)
-        (($# >= 2)) || fail -2 "--functions wants a number"
-        whole_number "$2" --functions
+        whole_number "${2-}" --functions
         functions=$2
         shift
         ;;

@@ -285,8 +285,7 @@ kinds=()
 while (($# > 0)); do
     case $1 in
     --times)
-        (($# >= 2)) || fail -2 "--times wants a number"
-        whole_number "$2" --times
+        whole_number "${2-}" --times
         times=$2
         shift
         ;;
