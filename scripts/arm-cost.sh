@@ -70,7 +70,7 @@ while (($# > 0)); do
         ;;
     -*) fail -2 "unknown option $1; see $script --help" ;;
     *)
-        [[ ${1%%[=-]*} != native ]] || fail -2 "native is not for ARM"
+        [[ ${1%%[=-]*} != @(native|sanitized|covered) ]] || fail -2 "${1%%=*} is not for ARM"
         variants+=("$1")
         ;;
     esac

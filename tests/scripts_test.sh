@@ -370,7 +370,13 @@ END
         # shellcheck disable=SC2086
         expect 2 'no archives of (hard|native) in /nowhere' scripts/$variant=/nowhere
     done
-    expect 2 'not for ARM' scripts/arm-cost.sh native="$libs"
+    for variant in native sanitized covered-x; do
+        expect 2 "$variant is not for ARM" scripts/arm-cost.sh "$variant=$libs"
+    done
+    for variant in "bundle.sh sanitized" "bundle.sh covered" "resources.sh --beside sanitized"; do
+        # shellcheck disable=SC2086
+        expect 2 'for scripts/fuzz.sh alone' scripts/$variant
+    done
 }
 
 # Stand-ins for what fetches, unpacks and builds the terminal's libraries; $SCENE says what goes wrong.
