@@ -34,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (!DecoderLimits_Known(exception)) {
             std::abort();
         }
+        buffer.Require(0);
         Sim_Reset();
         return 0;
     }

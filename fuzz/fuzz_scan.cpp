@@ -7,6 +7,7 @@
 
 #include "picture_input.h"
 #include "picture_mutator.h"
+#include "snap_channel.h"
 #include "symbol_scan.h"
 #include "text_buffer.h"
 
@@ -21,6 +22,10 @@ size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t sizeMax);
 
 namespace
 {
+
+static_assert(static_cast<int>(PICTURE_SIDE_MAX) == SNAP_WIDTH &&
+                  static_cast<int>(PICTURE_SIDE_MAX) == SNAP_HEIGHT,
+              "pictures go up to the camera's frame");
 
 enum { TRIES_MAX = 8, SMALL = 6000 };
 

@@ -22,6 +22,7 @@ readonly TARGETS=(dispatch capture decode scan reading)
 readonly PIXELS_MAX=$((1 << 22)) # a JPEG of more ends the reading with OpenCV's exception
 readonly SLOW_S=60               # of the clock: a busy machine counts
 readonly MEMORY_MB=2048
+# scan: a width of 2 bytes and 400 x 400 pixels
 declare -rA BYTES_MAX=([dispatch]=65536 [capture]=65536 [decode]=65536 [scan]=160002 [reading]=65536)
 
 help_if_asked "$@"
