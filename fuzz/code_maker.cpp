@@ -9,6 +9,11 @@
 namespace
 {
 
+template <class T, size_t N> const T& Pick(const T (&of)[N], Random& random)
+{
+    return of[random.Below(static_cast<int>(N))];
+}
+
 Modules Blank(int rows, int cols)
 {
     Modules code;
@@ -110,12 +115,13 @@ std::string RandomBytes(Random& random, int length)
         "VISITOR PASS 2024-0117", "\xef\xbb\xbfT\xc3\xbcr", "\x83\x65\x83\x58\x83\x67",
         "Gr\xfc\xdf Gott",        "\xa4\xa4\xa4\xe5",       "\xc3\x28\xed\xa0\x80\xf4\x90\x80\x80"};
     std::string text;
-    const int kind = random.Below(8);
+    const int samples = static_cast<int>(std::size(SAMPLES));
+    const int kind = random.Below(samples + 2); // or printable characters, or any bytes
     while (static_cast<int>(text.size()) < length) {
-        if (kind < 6) {
+        if (kind < samples) {
             text += SAMPLES[kind];
         } else {
-            text += static_cast<char>(kind == 6 ? random.From(' ', '~') : random.Below(256));
+            text += static_cast<char>(kind == samples ? random.From(' ', '~') : random.Below(256));
         }
     }
     text.resize(length);
@@ -140,7 +146,7 @@ void PutSegment(QrBits& data, Random& random)
     static const int MODES[] = {NUMERIC, LETTERS, BYTES, KANJI,    ECI,
                                 ECI,     APPEND,  GS1,   INDUSTRY, BYTES};
     static const int SETS[] = {0, 1, 2, 3, 7, 15, 20, 22, 24, 25, 26, 27, 28, 30, 127, 899, 999999};
-    const int mode = random.Chance(5) ? random.Below(16) : MODES[random.Below(10)];
+    const int mode = random.Chance(5) ? random.Below(16) : Pick(MODES, random);
     data.Put(static_cast<unsigned>(mode), MODE_BITS);
     int count = random.Chance(70) ? random.From(1, 30) : random.Below(1024);
     const int right = count;
@@ -184,8 +190,8 @@ void PutSegment(QrBits& data, Random& random)
         }
         break;
     case ECI: {
-        const auto set = static_cast<unsigned>(random.Chance(80) ? SETS[random.Below(17)]
-                                                                 : random.Below(1 << 21));
+        const auto set =
+            static_cast<unsigned>(random.Chance(80) ? Pick(SETS, random) : random.Below(1 << 21));
         switch (random.Below(6)) {
         case 0:
             data.Put(0x8000 | (set & 0x3fff), 16);
