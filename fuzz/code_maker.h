@@ -60,7 +60,7 @@ int Code_Kinds();
 const char* Code_KindName(int kind);
 
 // A valid code of this kind with a random text. Empty (no rows) when the generator refuses the
-// text, which is rare.
+// text, or chance leaves every code of a group out; both are rare.
 Modules Code_Make(int kind, Random& random);
 
 // Damages it: flips modules, moves the edges of bars, repeats, drops or exchanges pieces, cuts.

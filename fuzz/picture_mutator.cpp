@@ -84,12 +84,12 @@ void Lay(Picture& picture, const Picture& other, int left, int top)
 }
 
 // Takes columns out, or stretches one.
-void RepeatColumns(Picture& picture, Random& random)
+void ResizeColumns(Picture& picture, Random& random)
 {
     const int at = random.Below(picture.width);
     const int count = random.From(1, std::min(picture.width - at, 8));
-    const bool twice = random.Chance(50) && picture.width + count <= PICTURE_SIDE_MAX;
-    const int width = picture.width + (twice ? count : -count);
+    const bool wider = random.Chance(50) && picture.width + count <= PICTURE_SIDE_MAX;
+    const int width = picture.width + (wider ? count : -count);
     if (width < 1) {
         return;
     }
@@ -97,7 +97,7 @@ void RepeatColumns(Picture& picture, Random& random)
     for (int y = 0; y < other.height; ++y) {
         for (int x = 0; x < width; ++x) {
             other.At(x, y) = picture.At(x < at  ? x
-                                        : twice ? std::max(at, x - count)
+                                        : wider ? std::max(at, x - count)
                                                 : x + count,
                                         y);
         }
@@ -175,11 +175,11 @@ void Mutator_Change(Picture& picture, Random& random)
         break;
     case 10:
         Turn(picture);
-        RepeatColumns(picture, random);
+        ResizeColumns(picture, random);
         Turn(picture);
         break;
     default:
-        RepeatColumns(picture, random);
+        ResizeColumns(picture, random);
     }
 }
 

@@ -6,7 +6,7 @@
 #include "picture_input.h"
 
 // A code of any kind, valid or damaged; now and then a field of finder patterns, `side` pixels at
-// most.
+// most without its margin.
 Picture Mutator_NewCode(Random& random, int side);
 
 // Turns, bends, blurs, dims or speckles the picture, takes pieces out or repeats them, or lays a
