@@ -4,7 +4,7 @@
 //
 // usage: intruder list | try NAME
 // Says "trying NAME" on standard output first, so that a start that failed is not taken for a
-// refusal. Ends with 0 when it was let do it, with errno's number when it was refused, or by the
+// refusal. Ends with 0 when the try succeeded, with errno's number when it was refused, or by the
 // signal that refused it; with 200 on wrong usage.
 #include <arpa/inet.h>
 #include <cerrno>
@@ -38,7 +38,7 @@ enum {
 
 const char OUTSIDE_ADDRESS[] = "192.0.2.2"; // for documentation, nobody's
 
-// Each returns 0 when it was let, or errno's number.
+// Each returns 0 when it was allowed, or errno's number.
 
 int Errno(long result)
 {
@@ -51,70 +51,21 @@ int Open(const char* path, int flags)
     return fd < 0 ? errno : close(fd);
 }
 
-int WriteEtc()
+int Socket(int family, int type, int protocol)
 {
-    return Open("/etc/intruder", O_WRONLY | O_CREAT);
-}
-int WriteTmp()
-{
-    return Open("/tmp/intruder", O_WRONLY | O_CREAT);
-}
-int WriteLogFolder()
-{
-    return Open("/Database/doorlog/intruder", O_WRONLY | O_CREAT);
-}
-int WriteProgram()
-{
-    return Open("/usr/lib/qrcode/qrcode-start", O_WRONLY);
-}
-int WriteDatabase()
-{
-    return Open("/Database/settings", O_WRONLY);
-}
-int WriteShm()
-{
-    return Open("/dev/shm/intruder", O_WRONLY | O_CREAT);
-}
-int ReadShadow()
-{
-    return Open("/etc/shadow", O_RDONLY);
-}
-int ReadPasswd()
-{
-    return Open("/etc/passwd", O_RDONLY);
-}
-int ReadDatabase()
-{
-    return Open("/Database/cards", O_RDONLY);
-}
-int OpenKernelLog()
-{
-    return Open("/dev/kmsg", O_RDONLY);
-}
-int SetKernel()
-{
-    return Open("/proc/sys/kernel/core_pattern", O_WRONLY);
-}
-
-int OpenDevice()
-{
-    return Open("/dev/intruder", O_RDWR);
-}
-int OpenMediaNode()
-{
-    return Open("/dev/media-node", O_RDWR);
+    return Errno(socket(family, type, protocol));
 }
 
 int FillFlash()
 {
     const int fd = open("/Database/doorlog/qrcodelog.txt", O_WRONLY | O_APPEND);
     static const char block[1 << 16] = {};
-    for (int i = 0; fd >= 0 && i < 128; ++i) { // 8 MiB
-        if (write(fd, block, sizeof(block)) < 0) {
-            break;
+    for (int i = 0; i < 128; ++i) { // 8 MiB
+        if (fd < 0 || write(fd, block, sizeof(block)) < 0) {
+            return errno;
         }
     }
-    return errno;
+    return 0;
 }
 
 int Shell()
@@ -123,35 +74,30 @@ int Shell()
     return errno;
 }
 
-int SendTo(const char* address, uint16_t port)
+sockaddr_in Address(const char* address, uint16_t port)
 {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     to.sin_addr.s_addr = inet_addr(address);
-    return fd < 0 ? errno
-                  : Errno(sendto(fd, "x", 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)));
+    return to;
 }
 
-int SendOutside()
+int SendTo(const char* address, uint16_t port)
 {
-    return SendTo(OUTSIDE_ADDRESS, OUTSIDE_PORT);
-}
-int SendLoopback()
-{
-    return SendTo("127.0.0.1", COMMAND_PORT);
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in to = Address(address, port);
+    return fd < 0
+               ? errno
+               : Errno(sendto(fd, "x", 1, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)));
 }
 
 int ConnectOutside()
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(OUTSIDE_PORT);
-    to.sin_addr.s_addr = inet_addr(OUTSIDE_ADDRESS);
+    const sockaddr_in to = Address(OUTSIDE_ADDRESS, OUTSIDE_PORT);
     const int error =
-        fd < 0 ? errno : Errno(connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof(to)));
+        fd < 0 ? errno : Errno(connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof(to)));
     return error == EINPROGRESS ? 0 : error;
 }
 
@@ -159,52 +105,6 @@ int Listen()
 {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     return fd < 0 ? errno : Errno(listen(fd, 1));
-}
-
-int RawSocket()
-{
-    return Errno(socket(AF_INET, SOCK_RAW, IPPROTO_ICMP));
-}
-int PacketSocket()
-{
-    return Errno(socket(AF_PACKET, SOCK_RAW, 0));
-}
-int Ipv6Socket()
-{
-    return Errno(socket(AF_INET6, SOCK_DGRAM, 0));
-}
-int UnixSocket()
-{
-    return Errno(socket(AF_UNIX, SOCK_STREAM, 0));
-}
-
-int Trace()
-{
-    return Errno(ptrace(PTRACE_SEIZE, 1, nullptr, nullptr));
-}
-int Signal()
-{
-    return Errno(kill(1, 0));
-}
-int Mount()
-{
-    return Errno(mount("none", "/Database/doorlog", "tmpfs", 0, nullptr));
-}
-int Namespace()
-{
-    return Errno(unshare(CLONE_NEWUSER));
-}
-int HostName()
-{
-    return Errno(sethostname("intruder", 8));
-}
-int Priority()
-{
-    return Errno(setpriority(PRIO_PROCESS, 0, -10));
-}
-int BecomeRoot()
-{
-    return Errno(setuid(0));
 }
 
 int Bpf()
@@ -268,47 +168,61 @@ int EndThread()
 
 struct Try {
     const char* name;
-    int (*attempt)();
     const char* words;
+    int (*attempt)();
 };
 
 const Try TRIES[] = {
-    {"write-etc", WriteEtc, "write a file in /etc"},
-    {"write-tmp", WriteTmp, "write a file in /tmp"},
-    {"write-shm", WriteShm, "write a file in /dev/shm"},
-    {"write-database", WriteDatabase, "change another file in /Database that anybody may"},
-    {"write-log-folder", WriteLogFolder, "make another file in /Database/doorlog"},
-    {"write-program", WriteProgram, "change what starts it"},
-    {"fill-flash", FillFlash, "let the log grow to 8 MiB"},
-    {"read-shadow", ReadShadow, "open /etc/shadow"},
-    {"read-passwd", ReadPasswd, "open /etc/passwd"},
-    {"read-database", ReadDatabase, "read another file in /Database that anybody may"},
-    {"shell", Shell, "become a shell"},
-    {"memory", Memory, "take 1 GiB of memory"},
-    {"memory-group", Memory, "... without a limit on its addresses"},
-    {"send-outside", SendOutside, "send a datagram to another machine"},
-    {"connect-outside", ConnectOutside, "connect to another machine"},
-    {"listen", Listen, "listen for connections"},
-    {"raw-socket", RawSocket, "open a raw socket"},
-    {"packet-socket", PacketSocket, "watch the packets of the network"},
-    {"ipv6-socket", Ipv6Socket, "open a socket of IPv6"},
-    {"unix-socket", UnixSocket, "open a socket to local services"},
-    {"ptrace", Trace, "trace another process"},
-    {"signal", Signal, "signal another process"},
-    {"mount", Mount, "mount a file system"},
-    {"namespace", Namespace, "make a user namespace"},
-    {"root", BecomeRoot, "become root"},
-    {"device", OpenDevice, "open a device that is not named for it"},
-    {"kernel-log", OpenKernelLog, "read the kernel's log"},
-    {"kernel-setting", SetKernel, "change a setting of the kernel"},
-    {"bpf", Bpf, "give the kernel a program"},
-    {"host-name", HostName, "set the host's name"},
-    {"priority", Priority, "raise its priority"},
-    {"code", CodeOnHeap, "have memory that is both writable and code"},
-    {"media-node", OpenMediaNode, "open a device that is named for it"},
-    {"loopback", SendLoopback, "send a datagram to a local port"},
-    {"thread-end", EndThread, "let one of its threads end"},
-    {"processes", Processes, "start 32 processes"}, // runs on for a second
+    {"write-etc", "write a file in /etc", [] { return Open("/etc/intruder", O_WRONLY | O_CREAT); }},
+    {"write-tmp", "write a file in /tmp", [] { return Open("/tmp/intruder", O_WRONLY | O_CREAT); }},
+    {"write-shm", "write a file in /dev/shm",
+     [] { return Open("/dev/shm/intruder", O_WRONLY | O_CREAT); }},
+    {"write-database", "change another file in /Database, writable for all",
+     [] { return Open("/Database/settings", O_WRONLY); }},
+    {"write-log-folder", "make another file in /Database/doorlog",
+     [] { return Open("/Database/doorlog/intruder", O_WRONLY | O_CREAT); }},
+    {"write-program", "change what starts it",
+     [] { return Open("/usr/lib/qrcode/qrcode-start", O_WRONLY); }},
+    {"fill-flash", "let the log grow to 8 MiB", FillFlash},
+    {"read-shadow", "open /etc/shadow", [] { return Open("/etc/shadow", O_RDONLY); }},
+    {"read-passwd", "open /etc/passwd", [] { return Open("/etc/passwd", O_RDONLY); }},
+    {"read-database", "read another file in /Database, readable for all",
+     [] { return Open("/Database/cards", O_RDONLY); }},
+    {"shell", "become a shell", Shell},
+    {"memory", "take 1 GiB of memory", Memory},
+    {"memory-group", "... without a limit on its addresses", Memory},
+    {"send-outside", "send a datagram to another machine",
+     [] { return SendTo(OUTSIDE_ADDRESS, OUTSIDE_PORT); }},
+    {"connect-outside", "connect to another machine", ConnectOutside},
+    {"listen", "listen for connections", Listen},
+    {"raw-socket", "open a raw socket", [] { return Socket(AF_INET, SOCK_RAW, IPPROTO_ICMP); }},
+    {"packet-socket", "watch the packets of the network",
+     [] { return Socket(AF_PACKET, SOCK_RAW, 0); }},
+    {"ipv6-socket", "open a socket of IPv6", [] { return Socket(AF_INET6, SOCK_DGRAM, 0); }},
+    {"unix-socket", "open a socket to local services",
+     [] { return Socket(AF_UNIX, SOCK_STREAM, 0); }},
+    {"ptrace", "trace another process",
+     [] { return Errno(ptrace(PTRACE_SEIZE, 1, nullptr, nullptr)); }},
+    {"signal", "signal another process", [] { return Errno(kill(1, 0)); }},
+    {"mount", "mount a file system",
+     [] { return Errno(mount("none", "/Database/doorlog", "tmpfs", 0, nullptr)); }},
+    {"namespace", "make a user namespace", [] { return Errno(unshare(CLONE_NEWUSER)); }},
+    {"root", "become root", [] { return Errno(setuid(0)); }},
+    {"device", "open a device that is not named for it",
+     [] { return Open("/dev/intruder", O_RDWR); }},
+    {"kernel-log", "read the kernel's log", [] { return Open("/dev/kmsg", O_RDONLY); }},
+    {"kernel-setting", "change a setting of the kernel",
+     [] { return Open("/proc/sys/kernel/core_pattern", O_WRONLY); }},
+    {"bpf", "give the kernel a program", Bpf},
+    {"host-name", "set the host's name", [] { return Errno(sethostname("intruder", 8)); }},
+    {"priority", "raise its priority", [] { return Errno(setpriority(PRIO_PROCESS, 0, -10)); }},
+    {"code", "have memory that is both writable and code", CodeOnHeap},
+    {"media-node", "open a device that is named for it",
+     [] { return Open("/dev/media-node", O_RDWR); }},
+    {"loopback", "send a datagram to a local port",
+     [] { return SendTo("127.0.0.1", COMMAND_PORT); }},
+    {"thread-end", "let one of its threads end", EndThread},
+    {"processes", "start 32 processes", Processes}, // runs on for a second
 };
 
 } // namespace
