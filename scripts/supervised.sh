@@ -167,7 +167,7 @@ Environment=QRCODE_SIM_SCRIPT=/trial/scene/script
 BindReadOnlyPaths=/trial/scene
 BindPaths=/dev/media-node
 DeviceAllow=/dev/media-node rw
-SystemCallFilter=getdents64 timerfd_create timerfd_settime timerfd_settime64
+SystemCallFilter=timerfd_create timerfd_settime timerfd_settime64
 EOF
     # The same unit with the intruder in the service's place, once.
     sed -e 's,^ExecStart=.*,ExecStart=/usr/lib/qrcode/intruder try %i,' -e '/^Restart/d' -e '/^Requires/d' \
