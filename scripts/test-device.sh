@@ -8,7 +8,7 @@
 # those very files. All of it even when a test before has failed.
 #   hard  calls with hard float
 #   soft  calls with soft float (softfp)
-# Takes some 6 minutes each on two cores, and 4 for the libraries.
+# Takes some 6 minutes each on two cores, and once the time that scripts/device-libs.sh says.
 # Ends with 0, 1 when a test or something else fails, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
