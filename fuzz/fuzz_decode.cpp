@@ -16,7 +16,7 @@
 
 namespace
 {
-// All that the decoder is shown of the picture buffer; the sanitizer sees a read behind it.
+// All that the decoder is shown of the picture buffer; the sanitizer sees a read past its end.
 enum { SHOWN_BYTES = SNAP_WIDTH * SNAP_HEIGHT * 3 };
 // What new memory is filled with; -1 leaves it as it is. Large pieces of calloc's are filled too:
 // what is called here takes none.

@@ -13,7 +13,7 @@
 # by default all of them. First every committed seed and every input found or failed earlier is replayed.
 # Found inputs are kept in build/fuzz-inputs/corpus/TARGET, whatever breaks in
 # build/fuzz-inputs/findings/TARGET. Ends with 0, 1 on a finding, 2 on wrong usage.
-# --without leaves a patch of zbar's away, Debian's or ours, named by a part of its name; see
+# --without leaves out a patch of zbar's, Debian's or ours, named by a part of its name; see
 # scripts/device-libs.sh. It names the seeds that break then, and fuzzes from nothing (scan by default) until
 # something breaks; with 0 SECONDS it only replays. Ends with 0 when something broke, 1 when nothing did.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -60,7 +60,8 @@ done
 
 cd "$project"
 export OPENCV_IO_MAX_IMAGE_PIXELS=$PIXELS_MAX
-# As without the sanitizer, memory that is not there is null, which the service looks for. The rest is speed.
+# As without the sanitizer, a failed allocation returns null, which the service checks. The other options are
+# for speed.
 ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256:quarantine_size_mb=16
 export ASAN_OPTIONS+=:malloc_context_size=8:allocator_release_to_os_interval_ms=-1
 inputs=$project/build/fuzz-inputs

@@ -3,8 +3,8 @@
 # clang-tidy over all C++ sources (or the given ones; not tests/byte_platform*, which are built for 32
 # bits only), cppcheck over all but tests and fuzz targets
 # (it does not know their macros), and a look for Hungarian names outside the service. Builds preset
-# werror-clang, and configures fuzz and bench, for their compile commands. Ends with 0, 1 on a
-# finding, 2 on wrong usage.
+# werror-clang and, once, the libraries with sanitizers (some minutes), and configures fuzz and bench, for
+# their compile commands. Ends with 0, 1 on a finding, 2 on wrong usage.
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 arguments 0 999 "$@"

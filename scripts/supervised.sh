@@ -4,11 +4,10 @@
 # with docs/device/inittab, each the first process of namespaces of its own with a small terminal's root in
 # memory, BusyBox's tools, the simulated platform and a panel. Nothing of this machine is changed.
 # Prints the time from the end of the service to its next result; whether it comes back where its log cannot be
-# prepared, and the like; and what the confined service is let do: a program in its place tries each thing
-# (sim/intruder), and then once more where nothing confines it, for a refusal says nothing about what could
-# not be done anyway.
-#   --times N    ends it so often by a signal, and so often by a picture (20)
-#   --only-time  lets the intruder be
+# prepared, and the like; and what the confined service can still do: a program in its place tries each thing
+# (sim/intruder). The same program then runs unconfined: a refusal counts only where the try works there.
+#   --times N    end the service N times by a signal and N times by a picture (default 20)
+#   --only-time  skip the intruder
 # Takes 3 minutes. Needs root. For systemd also control groups of version 1, with version 2 beside them
 # ("hybrid"): the trial was never run under version 2 alone.
 # Ends with 0, 1 when something does not hold, 2 on wrong usage, 125 when this machine can make no such
@@ -27,8 +26,8 @@ skip()
     exit $EXIT_NO_WORLD
 }
 
-# What a confined service is still let do. The loopback and its devices are meant.
-let_do()
+# What a confined service can still do. The loopback and its devices are meant.
+allowed()
 {
     case $1 in
     systemd) echo " loopback media-node " ;;
@@ -37,7 +36,7 @@ let_do()
     esac
 }
 
-# A try that there is no way to make: without its limit on addresses qrcode-start is another one.
+# Not tried under qrcode-start: it has no memory limit besides the one on addresses.
 not_tried()
 {
     [[ $1 == busybox && $2 == memory-group ]]
@@ -190,11 +189,11 @@ summary()
         awk '{ t[NR] = $1 } END { printf "median %5d ms, worst %5d ms, of %d", t[int((NR + 1) / 2)], t[NR], NR }'
 }
 
-# Says how the intruder ended, and ends with 0 when it was let.
+# Says how the intruder ended, and ends with 0 when its try succeeded.
 outcome()
 {
     local status=$1
-    [[ $status != 0 ]] || { echo "let" && return 0; }
+    [[ $status != 0 ]] || { echo "can" && return 0; }
     if ((status >= WRONG_USAGE)); then # systemd's own are there, too
         echo "not tried, status $status"
     elif ((status > 128)); then
@@ -214,8 +213,8 @@ report()
     echo "  ended by a picture             $(summary picture)"
     sed -n 's/^told /  /p' "$seen"
     [[ -n $probes ]] || return 0
-    echo "$kind, what is let in the service's place:"
-    wanted=$(let_do "$kind")
+    echo "$kind, what can be done in the service's place:"
+    wanted=$(allowed "$kind")
     while IFS=$'\t' read -r name words; do
         if not_tried "$kind" "$name"; then
             printf '  %-20s %-50s -\n' "$name" "$words"
@@ -233,7 +232,7 @@ report()
         line=$(outcome "$((status))") || true
         printf '  %-20s %-50s %s\n' "$name" "$words" "$line"
         if [[ $wanted == *" $name "* ]]; then
-            [[ $line == let ]] || wrong "$name: $line, and is wanted"
+            [[ $line == can ]] || wrong "$name: $line, and is wanted"
         else
             [[ $line == refused* || $line == ended* ]] || wrong "$name: $line"
         fi

@@ -477,7 +477,7 @@ device_libs()
 }
 
 # Our patches: of which library they are is what is made anew, one that does not fit is named, and one
-# can be left away.
+# can be left out.
 patches()
 {
     local libs=build/libs-hard
@@ -493,12 +493,12 @@ patches()
     expect 2 'nothing: 0 patches .* a.patch 01-ours.patch' scripts/device-libs.sh --without nothing hard
     expect 2 'patch: 2 patches' scripts/device-libs.sh --without patch hard
     SCENE=well expect 0 '' scripts/device-libs.sh --without ours hard
-    [[ $(< "$work/zbar-code") == theirs ]] || wrong "ours is not left away"
+    [[ $(< "$work/zbar-code") == theirs ]] || wrong "ours is not left out"
     grep -q 'but none named ours' "$libs-without-ours"/manifest.txt || wrong "the manifest names it"
     ! grep -q 'but none' "$libs"/manifest.txt || wrong "the variant itself lost it"
     rm patches/zbar/01-ours.patch
     SCENE=well expect 0 '' scripts/device-libs.sh --without a.patch hard
-    [[ ! -s $work/zbar-code ]] || wrong "theirs is not left away"
+    [[ ! -s $work/zbar-code ]] || wrong "theirs is not left out"
 
     printf '%s\n' --- '--- a/code' '+++ b/code' '@@ -1 +1,2 @@' ' nobodys' '+ours' > patches/opencv/01-other.patch
     SCENE=well expect 1 '01-other.patch does not apply to opencv' scripts/device-libs.sh hard
