@@ -112,6 +112,8 @@ enter_groups()
 end_world()
 {
     local one
+    # By itself it ends on the hang-up of its terminal only, which nohup takes away.
+    [[ -z $pid ]] || pkill -KILL -P "$pid" || true
     for one in $watcher $pid; do
         kill -KILL "$one" 2> /dev/null || true
         wait "$one" 2> /dev/null || true
