@@ -290,6 +290,59 @@ TEST_F(SimTest, UnreadablePictureCostsOneLineUntilItChanges)
     EXPECT_EQ((Greys{90}), Seen(1));
 }
 
+TEST_F(SimTest, NewestPictureStaysOnViewUntilAnotherIsRenamedOverIt)
+{
+    const std::filesystem::path newest = folder / "newest";
+    std::string error;
+    ASSERT_TRUE(Sim_OpenNewest(newest.string(), (folder / ".events").string(), error)) << error;
+    const auto hand = [&] { std::filesystem::rename(folder / "next.bmp", newest); };
+    EXPECT_EQ((Greys{128}), Seen(1));
+    Paint("next.bmp", 20);
+    hand();
+    EXPECT_EQ((Greys{20, 20}), Seen(2)) << "without a frame in between";
+    Paint("next.bmp", 60);
+    hand();
+    EXPECT_EQ((Greys{60}), Seen(1));
+    WriteAll(folder / "next.bmp", "no picture");
+    hand();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ((Greys{60, 60}), Seen(2)) << "it changes nothing";
+    EXPECT_EQ("sim: skipped " + newest.string() +
+                  ": not a picture that can be read, or too large a one\n",
+              testing::internal::GetCapturedStderr());
+    std::filesystem::remove(newest);
+    EXPECT_EQ((Greys{128}), Seen(1));
+    EXPECT_EQ((std::vector<std::string>{"blank1", "view1", "view1", "view1", "unreadable1", "view1",
+                                        "view1", "blank1"}),
+              Events());
+}
+
+TEST_F(SimTest, ScriptIsReadAgainBeforeASnapshotWhenItWasReplaced)
+{
+    const std::filesystem::path script = folder / "script";
+    MediaVpssChnAttr attr;
+    std::string error;
+    const auto ask = [&](const std::string& statement) {
+        WriteAll(folder / "next", statement);
+        std::filesystem::rename(folder / "next", script);
+        return HI_MPI_VPSS_GetChnAttr(1, 0, &attr);
+    };
+    EXPECT_FALSE(Sim_FollowScript(script.string(), error));
+    EXPECT_EQ("script " + script.string() + ": cannot be read", error);
+    WriteAll(script, "HI_MPI_VPSS_GetChnAttr 7 2");
+    ASSERT_TRUE(Sim_FollowScript(script.string(), error)) << error;
+    EXPECT_EQ(7, HI_MPI_VPSS_GetChnAttr(1, 0, &attr));
+    EXPECT_EQ(7, HI_MPI_VPSS_GetChnAttr(1, 0, &attr));
+    EXPECT_EQ(0, HI_MPI_VPSS_GetChnAttr(1, 0, &attr)) << "the same script is not begun again";
+    EXPECT_EQ(9, ask("HI_MPI_VPSS_GetChnAttr 9"));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(9, ask("nonsense"));
+    EXPECT_EQ(9, HI_MPI_VPSS_GetChnAttr(1, 0, &attr)) << "said once";
+    EXPECT_EQ("sim: script " + script.string() + ": line 1: cannot make sense of \"nonsense\"\n",
+              testing::internal::GetCapturedStderr());
+    EXPECT_EQ(0, ask("# none"));
+}
+
 TEST_F(SimTest, SceneGoesOnWhenNobodyReadsItsEvents)
 {
     Paint("a.bmp", 10);

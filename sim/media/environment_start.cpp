@@ -37,23 +37,20 @@ bool Sim_SetUp()
         }
     }
     const std::string scriptPath = Environment("QRCODE_SIM_SCRIPT");
-    if (!scriptPath.empty()) {
-        std::vector<uint8_t> text;
-        SimScript script;
-        if (!Sim_ReadFile(scriptPath, text)) {
-            RefuseStart("script " + scriptPath + ": cannot be read");
-        }
-        if (!Sim_ParseScript({text.begin(), text.end()}, script, error)) {
-            RefuseStart("script " + scriptPath + ": " + error);
-        }
-        Sim_SetScript(script);
+    if (!scriptPath.empty() && !Sim_FollowScript(scriptPath, error)) {
+        RefuseStart(error);
     }
     const std::string scene = Environment("QRCODE_SIM_SCENE");
     const std::string events = Environment("QRCODE_SIM_EVENTS");
-    if (scene.empty() && !(view.empty() && events.empty())) {
+    const std::string newest = Environment("QRCODE_SIM_NEWEST");
+    if (scene.empty() && newest.empty() && !(view.empty() && events.empty())) {
         RefuseStart("QRCODE_SIM_VIEW_MS and QRCODE_SIM_EVENTS want a QRCODE_SIM_SCENE");
     }
-    if (!scene.empty() && !Sim_OpenScene(scene, static_cast<int>(viewMs), events, error)) {
+    if (!scene.empty() && !newest.empty()) {
+        RefuseStart("QRCODE_SIM_SCENE and QRCODE_SIM_NEWEST exclude each other");
+    }
+    if ((!scene.empty() && !Sim_OpenScene(scene, static_cast<int>(viewMs), events, error)) ||
+        (!newest.empty() && !Sim_OpenNewest(newest, events, error))) {
         RefuseStart(error);
     }
     return true;

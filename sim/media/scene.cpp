@@ -9,12 +9,11 @@
 #include <fcntl.h>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include "camera_picture.h"
+#include "file_stamp.h"
 #include "scene_files.h"
 
 namespace
@@ -22,18 +21,15 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// One version of a file: when it was modified, in ns, and its bytes.
-using FileStamp = std::pair<int64_t, int64_t>;
-const FileStamp NO_FILE = {-1, -1};
-
 struct Scene {
     bool open = false;
+    bool newest = false; // the file at `path`, as long as no newer one is there
     std::string path;
     std::chrono::milliseconds view{SIM_VIEW_MS};
     int events = -1;
 
-    std::string shown;      // the picture on view, or the last that was
-    FileStamp shownStamp;   // its version when it was loaded
+    std::string shown;              // the picture on view, or the last that was
+    FileStamp shownStamp = NO_FILE; // its version when it was loaded
     bool onView = false;    // a picture is on view; otherwise the next frame takes the next one
     bool saidEmpty = false; // the event was written and nothing was on view since
     int round = 0;
@@ -50,15 +46,6 @@ Scene& TheScene()
 {
     static Scene scene;
     return scene;
-}
-
-FileStamp Stamp(const std::string& path)
-{
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return NO_FILE;
-    }
-    return {int64_t{info.st_mtim.tv_sec} * 1000000000 + info.st_mtim.tv_nsec, info.st_size};
 }
 
 // write(), but a FIFO whose reader has gone is an error and not the end of the program. The signal
@@ -109,7 +96,7 @@ void WriteEvent(Scene& scene, const char* event, const std::string& picture,
 // Loads a picture; says once for each version of the file when it cannot be read.
 bool Load(Scene& scene, const std::string& path)
 {
-    const FileStamp stamp = Stamp(path);
+    const FileStamp stamp = File_Stamp(path);
     const auto known = scene.unreadable.find(path);
     if (known != scene.unreadable.end() && known->second == stamp) {
         return false;
@@ -159,9 +146,33 @@ bool ShowNext(Scene& scene)
     return false;
 }
 
+// Returns false when there is nothing to see.
+bool ShowNewest(Scene& scene)
+{
+    const FileStamp stamp = File_Stamp(scene.path);
+    if (stamp == NO_FILE) {
+        scene.onView = false;
+        scene.shownStamp = NO_FILE;
+    } else if (stamp != scene.shownStamp && Load(scene, scene.path)) {
+        scene.onView = true;
+        scene.frame.release();
+    }
+    WriteEvent(scene, scene.onView ? "view" : "blank", scene.onView ? scene.path : "", "");
+    return scene.onView;
+}
+
+bool OpenEvents(Scene& scene, const std::string& path, std::string& error)
+{
+    if (!path.empty()) {
+        scene.events = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        error = "events " + path + ": " + std::strerror(errno);
+    }
+    return path.empty() || scene.events >= 0;
+}
+
 bool ViewIsOver(const Scene& scene)
 {
-    const FileStamp stamp = Stamp(scene.shown);
+    const FileStamp stamp = File_Stamp(scene.shown);
     return Clock::now() >= scene.viewEnd || stamp == NO_FILE || stamp != scene.shownStamp;
 }
 
@@ -178,15 +189,19 @@ bool Sim_OpenScene(const std::string& path, int viewMs, const std::string& event
     Scene& scene = TheScene();
     scene.path = path;
     scene.view = std::chrono::milliseconds(viewMs);
-    if (!eventsPath.empty()) {
-        scene.events = ::open(eventsPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (scene.events < 0) {
-            error = "events " + eventsPath + ": " + std::strerror(errno);
-            return false;
-        }
-    }
-    scene.open = true;
-    return true;
+    scene.open = OpenEvents(scene, eventsPath, error);
+    return scene.open;
+}
+
+bool Sim_OpenNewest(const std::string& path, const std::string& eventsPath, std::string& error)
+{
+    Sim_CloseScene();
+    Scene& scene = TheScene();
+    scene.path = path;
+    scene.newest = true;
+    scene.round = 1;
+    scene.open = OpenEvents(scene, eventsPath, error);
+    return scene.open;
 }
 
 void Sim_CloseScene()
@@ -205,7 +220,9 @@ SimFrame Sim_NextFrame(int width, int height)
     Scene& scene = TheScene();
     bool showPicture = false;
     if (scene.open) {
-        if (!scene.onView) {
+        if (scene.newest) {
+            showPicture = ShowNewest(scene);
+        } else if (!scene.onView) {
             showPicture = ShowNext(scene);
         } else if (ViewIsOver(scene)) {
             scene.onView = false; // this frame is the one without a code

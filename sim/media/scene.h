@@ -5,6 +5,7 @@
 // scene advances only when a frame is taken, so every picture is seen at least once. The folder is
 // read again for each next picture: files may be added or removed while it runs. scene_files.h says
 // which files are pictures; one that cannot be read is reported once on standard error and skipped.
+// Or, with Sim_OpenNewest, the newest picture that somebody hands over.
 #ifndef SIM_SCENE_H
 #define SIM_SCENE_H
 
@@ -21,6 +22,12 @@ enum { SIM_VIEW_MS = 1500 }; // default time that a picture is on view
 // when the scene or the events file cannot be opened.
 bool Sim_OpenScene(const std::string& path, int viewMs, const std::string& eventsPath,
                    std::string& error);
+
+// Puts a file before the camera that may be there or not: the picture that lies there stays on
+// view, without frames in between, until another one is renamed over it. One that cannot be read
+// changes nothing; without a file the camera sees the wall. Each frame is an event, "view" or
+// "blank".
+bool Sim_OpenNewest(const std::string& path, const std::string& eventsPath, std::string& error);
 
 // Closes the scene: every frame is without a code, as before the first Sim_OpenScene.
 void Sim_CloseScene();

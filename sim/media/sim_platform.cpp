@@ -5,11 +5,13 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <poll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
 #include "camera_picture.h"
+#include "file_stamp.h"
 #include "media_platform.h"
 
 namespace
@@ -58,6 +60,8 @@ struct SimState {
     std::array<EncoderChannel, SIM_CHANNELS> channels;
     int64_t lastFrameNs = 0;
     SimScript script;
+    std::string scriptPath;     // where it is followed, or empty
+    FileStamp scriptStamp = {}; // of none yet
     bool keepCalls = false;
     std::vector<SimCall> calls;
     // The frame encoded last: a picture on view is encoded once.
@@ -141,6 +145,24 @@ void DestroyChannel(EncoderChannel& channel)
         close(channel.timer);
     }
     channel = EncoderChannel();
+}
+
+// Takes the script from its file where that is another one than before.
+bool ReadScript(SimState& state, std::string& error)
+{
+    const FileStamp stamp = File_Stamp(state.scriptPath);
+    if (stamp == state.scriptStamp) {
+        return true;
+    }
+    state.scriptStamp = stamp;
+    std::vector<uint8_t> text;
+    if (!Sim_ReadFile(state.scriptPath, text)) {
+        error = "script " + state.scriptPath + ": cannot be read";
+        return false;
+    }
+    const bool right = Sim_ParseScript({text.begin(), text.end()}, state.script, error);
+    error = "script " + state.scriptPath + ": " + error;
+    return right;
 }
 
 // Starts or stops the timer of an awaited picture, as the script says.
@@ -292,6 +314,13 @@ void Sim_SetScript(const SimScript& script)
     }
 }
 
+bool Sim_FollowScript(const std::string& path, std::string& error)
+{
+    State().scriptPath = path;
+    State().scriptStamp = {};
+    return ReadScript(State(), error);
+}
+
 void Sim_KeepCalls(bool keep)
 {
     State().keepCalls = keep;
@@ -310,11 +339,17 @@ void Sim_Reset()
     }
     Sim_CloseScene();
     Sim_SetScript(SimScript());
+    State().scriptPath.clear();
     Sim_KeepCalls(false);
 }
 
 int HI_MPI_VPSS_GetChnAttr(int group, int vpssChannel, MediaVpssChnAttr* attr)
 {
+    std::string error;
+    if (!State().scriptPath.empty() &&
+        !ReadScript(State(), error)) { // the first operation of a snapshot
+        std::fprintf(stderr, "sim: %s\n", error.c_str());
+    }
     return Call(SIM_VPSS_GETCHNATTR, {group, vpssChannel}, {}, [&] {
         if (attr == nullptr) {
             return SIM_BAD_ARGUMENT;

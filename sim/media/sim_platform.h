@@ -4,9 +4,10 @@
 // The service's program (linked with the archive media_sim_program) is set up by its environment,
 // before main:
 //   QRCODE_SIM_SCENE    picture file or folder before the camera; without it the camera sees a wall
+//   QRCODE_SIM_NEWEST   or a file: the newest picture that was renamed there, see Sim_OpenNewest
 //   QRCODE_SIM_VIEW_MS  how long each picture is on view (default SIM_VIEW_MS)
 //   QRCODE_SIM_EVENTS   file or FIFO for the scene's events (see scene.h)
-//   QRCODE_SIM_SCRIPT   file with scripted faults (see fault_script.h)
+//   QRCODE_SIM_SCRIPT   file with scripted faults (see fault_script.h); followed
 // Anything wrong with them ends the program there with status 2 and a line on standard error. Like
 // the service, the platform expects all calls from one thread.
 #ifndef SIM_PLATFORM_H
@@ -65,6 +66,11 @@ int Sim_Error(SimOp op, SimReason reason);
 
 // Replaces the script in force.
 void Sim_SetScript(const SimScript& script);
+
+// Takes the script from a file, and again before a snapshot whenever another one was renamed over
+// it. Returns false, with the reason in `error`, when the first one cannot be read or is wrong; of
+// a later one that is said on standard error, and the script stays.
+bool Sim_FollowScript(const std::string& path, std::string& error);
 
 // One call as the platform saw it: the arguments that are numbers, and the bytes of the records
 // handed in (source and destination of a binding one behind the other).
