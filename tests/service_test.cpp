@@ -220,6 +220,33 @@ TEST_F(ServiceTest, PlatformFaultsAreSaidAtOnceAndPassedOver)
     EXPECT_EQ(text, service->AwaitResult());
 }
 
+TEST_F(ServiceTest, WatchedOneSeesWhatItIsHandedAndItsOutputsComeApart)
+{
+    TerminalOptions options = PlainService();
+    options.scene.clear();
+    options.newest = true;
+    options.watched = true;
+    options.script = "# none";
+    Start(options);
+    TempFolder folder;
+    std::string error;
+    std::filesystem::copy_file(Sample("plain.png"), folder / "handed");
+    ASSERT_TRUE(service->Hand((folder / "handed").string(), error)) << error;
+    EXPECT_EQ(text, service->AwaitResult());
+    EXPECT_FALSE(service->Hand((folder / "absent").string(), error));
+    ASSERT_TRUE(service->SetScript("picture none", error)) << error;
+    const auto come = [&](std::deque<std::string>& lines, const std::string& line) {
+        return service->Await(
+            [&] { return std::find(lines.begin(), lines.end(), line) != lines.end(); });
+    };
+    EXPECT_TRUE(come(service->Service().ErrorLines(), "NOTE: Current  frame is NULL!"));
+    EXPECT_TRUE(come(service->Service().Lines(), "src.data is NULL"));
+    ASSERT_TRUE(service->SetScript("# none", error)) << error;
+    EXPECT_EQ(text, service->AwaitResult()) << "forgotten meanwhile";
+    ASSERT_TRUE(service->Hand("", error)) << error;
+    EXPECT_TRUE(service->SilentFor(200));
+}
+
 TEST_F(ServiceTest, WrongSettingOfTheSimulationStopsTheStart)
 {
     for (const std::vector<std::string>& wrong :
@@ -227,6 +254,7 @@ TEST_F(ServiceTest, WrongSettingOfTheSimulationStopsTheStart)
                                                {"QRCODE_SIM_VIEW_MS=0"},
                                                {"QRCODE_SIM_VIEW_MS=1s"},
                                                {"QRCODE_SIM_SCENE=", "QRCODE_SIM_VIEW_MS=5"},
+                                               {"QRCODE_SIM_NEWEST=/absent"}, // and a scene
                                                {"QRCODE_SIM_SCRIPT=/absent"}}) {
         TerminalOptions options = PlainService();
         options.environment = wrong;

@@ -31,7 +31,8 @@ enum {
 };
 
 // In the child. Never returns.
-[[noreturn]] void RunProgram(const ProgramOptions& options, int input, int output, pid_t parent)
+[[noreturn]] void RunProgram(const ProgramOptions& options, int input, int output, int errors,
+                             pid_t parent)
 {
     sigset_t none;
     sigemptyset(&none);
@@ -50,17 +51,12 @@ enum {
     }
     dup2(input, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
-    dup2(output, STDERR_FILENO);
+    dup2(errors, STDERR_FILENO);
     for (const std::string& variable : options.environment) {
         putenv(const_cast<char*>(variable.c_str()));
     }
-    std::vector<char*> words;
-    for (const std::string& word : options.command) {
-        words.push_back(const_cast<char*>(word.c_str()));
-    }
-    words.push_back(nullptr);
-    execvp(words[0], words.data());
-    dprintf(STDERR_FILENO, "cannot run %s: %s\n", words[0], std::strerror(errno));
+    Program_Become(options.command);
+    dprintf(STDERR_FILENO, "cannot run %s: %s\n", options.command[0].c_str(), std::strerror(errno));
     _exit(127);
 }
 
@@ -86,15 +82,42 @@ void Close(int& fd)
     }
 }
 
+void Take(ProgramStream& stream)
+{
+    char bytes[READ_BYTES];
+    for (int reads = 0; reads < READS_MAX && stream.fd >= 0; ++reads) {
+        const ssize_t length = read(stream.fd, bytes, sizeof(bytes));
+        if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+            return;
+        }
+        if (length <= 0) {
+            Close(stream.fd);
+        } else {
+            stream.rest.append(bytes, static_cast<size_t>(length));
+        }
+        size_t begin = 0;
+        for (size_t end = 0; (end = stream.rest.find('\n', begin)) != std::string::npos;) {
+            stream.lines.push_back(stream.rest.substr(begin, end - begin));
+            begin = end + 1;
+        }
+        stream.rest.erase(0, begin);
+        if (stream.rest.size() > LINE_MAX_BYTES || (stream.fd < 0 && !stream.rest.empty())) {
+            stream.lines.push_back(std::move(stream.rest));
+            stream.rest.clear();
+        }
+    }
+}
+
 } // namespace
 
 bool Program::Start(const ProgramOptions& options, std::string& error)
 {
     Stop();
-    rest_.clear();
-    lines_.clear();
+    output_ = ProgramStream();
+    errors_ = ProgramStream();
     int in[2] = {-1, -1};
     int out[2] = {-1, -1};
+    int err[2] = {-1, -1};
     if (options.input) {
         if (pipe2(in, O_CLOEXEC) != 0) {
             in[0] = -1; // told below
@@ -108,13 +131,17 @@ bool Program::Start(const ProgramOptions& options, std::string& error)
     } else if (options.terminal ? OpenTerminal(out) : pipe2(out, O_CLOEXEC) == 0) {
         fcntl(out[0], F_SETFL, O_NONBLOCK);
     }
+    if (options.errorsApart && pipe2(err, O_CLOEXEC) == 0) {
+        fcntl(err[0], F_SETFL, O_NONBLOCK);
+    }
     input_ = in[1];
-    output_ = out[0];
+    output_.fd = out[0];
+    errors_.fd = err[0];
     const pid_t parent = getpid();
-    const bool ready = in[0] >= 0 && out[1] >= 0;
+    const bool ready = in[0] >= 0 && out[1] >= 0 && (err[1] >= 0 || !options.errorsApart);
     pid_ = ready ? fork() : -1;
     if (pid_ == 0) {
-        RunProgram(options, in[0], out[1], parent);
+        RunProgram(options, in[0], out[1], options.errorsApart ? err[1] : out[1], parent);
     }
     group_ = pid_;
     if (pid_ > 0) {
@@ -123,6 +150,7 @@ bool Program::Start(const ProgramOptions& options, std::string& error)
     error = std::string(ready ? "no process: " : "no pipe: ") + std::strerror(errno);
     Close(in[0]);
     Close(out[1]);
+    Close(err[1]);
     return pid_ > 0;
 }
 
@@ -155,7 +183,8 @@ void Program::Stop()
     Kill();
     TakeOutput();
     Close(input_);
-    Close(output_);
+    Close(output_.fd);
+    Close(errors_.fd);
 }
 
 void Program::Kill()
@@ -172,44 +201,24 @@ void Program::Kill()
 
 void Program::TakeOutput()
 {
-    char bytes[READ_BYTES];
-    for (int reads = 0; reads < READS_MAX && output_ >= 0; ++reads) {
-        const ssize_t length = read(output_, bytes, sizeof(bytes));
-        if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
-            return;
-        }
-        if (length <= 0) {
-            Close(output_);
-        } else {
-            rest_.append(bytes, static_cast<size_t>(length));
-        }
-        size_t begin = 0;
-        for (size_t end = 0; (end = rest_.find('\n', begin)) != std::string::npos;) {
-            lines_.push_back(rest_.substr(begin, end - begin));
-            begin = end + 1;
-        }
-        rest_.erase(0, begin);
-        if (rest_.size() > LINE_MAX_BYTES || (output_ < 0 && !rest_.empty())) {
-            lines_.push_back(std::move(rest_));
-            rest_.clear();
-        }
-    }
+    Take(output_);
+    Take(errors_);
 }
 
 bool Program::NextLine(std::string& line, int waitMs)
 {
     const Deadline deadline(waitMs);
     TakeOutput();
-    while (lines_.empty() && output_ >= 0 && !deadline.Over()) {
-        pollfd ready = {output_, POLLIN, 0};
+    while (output_.lines.empty() && output_.fd >= 0 && !deadline.Over()) {
+        pollfd ready = {output_.fd, POLLIN, 0};
         poll(&ready, 1, deadline.LeftMs());
         TakeOutput();
     }
-    if (lines_.empty()) {
+    if (output_.lines.empty()) {
         return false;
     }
-    line = lines_.front();
-    lines_.pop_front();
+    line = output_.lines.front();
+    output_.lines.pop_front();
     return true;
 }
 
@@ -228,6 +237,17 @@ void Program::Say(const std::string& line) const
 {
     const std::string text = line + "\n";
     static_cast<void>(!write(input_, text.data(), text.size()));
+}
+
+void Program_Become(const std::vector<std::string>& command)
+{
+    std::vector<char*> words;
+    words.reserve(command.size() + 1);
+    for (const std::string& word : command) {
+        words.push_back(const_cast<char*>(word.c_str()));
+    }
+    words.push_back(nullptr);
+    execvp(words[0], words.data());
 }
 
 std::string Program_EndText(int status)

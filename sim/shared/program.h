@@ -14,11 +14,22 @@ struct ProgramOptions {
     bool quiet = false;                   // its output goes to /dev/null, not to us
     bool input = false;                   // standard input is a pipe for Say; otherwise /dev/null
     bool terminal = false;                // its output is a terminal, so that it keeps nothing back
+    bool errorsApart = false;             // its standard error has lines of its own
     size_t stackBytes = 0;                // limit of its stack, 0 for our own
+};
+
+// One of a program's outputs, read line by line.
+struct ProgramStream {
+    int fd = -1;      // readable when there is output; -1 when there is none to come
+    std::string rest; // of a line whose end has not come
+    std::deque<std::string> lines;
 };
 
 // How a process ended, from waitpid's status, as Program::EndText says it.
 std::string Program_EndText(int status);
+
+// Runs a command in this process's place. Returns only when that fails, with errno set.
+void Program_Become(const std::vector<std::string>& command);
 
 class Program
 {
@@ -29,9 +40,9 @@ public:
     Program& operator=(const Program&) = delete;
 
     // Starts it with default signals and in a process group of its own: the terminal's Ctrl-C is
-    // not for it. It dies when this process dies. Standard output and error come as one. Returns
-    // false, with the reason in `error`, when there can be no process; a program that cannot be run
-    // prints why and ends with status 127.
+    // not for it. It dies when this process dies. Standard output and error come as one, unless the
+    // options want them apart. Returns false, with the reason in `error`, when there can be no
+    // process; a program that cannot be run prints why and ends with status 127.
     bool Start(const ProgramOptions& options, std::string& error);
 
     // True while it runs; reaps it once it has ended. Never blocks.
@@ -58,7 +69,8 @@ public:
     std::string EndText() const { return Program_EndText(status_); }
 
     // Readable when there is output; -1 when there is none to come.
-    int OutputFd() const { return output_; }
+    int OutputFd() const { return output_.fd; }
+    int ErrorFd() const { return errors_.fd; }
 
     // Takes what is there into the lines, at most 256 KiB at once: all that a pipe holds. An
     // incomplete last line counts once the output ended.
@@ -73,16 +85,16 @@ public:
     // Writes a line to its standard input; lost when it no longer reads.
     void Say(const std::string& line) const;
 
-    std::deque<std::string>& Lines() { return lines_; }
+    std::deque<std::string>& Lines() { return output_.lines; }
+    std::deque<std::string>& ErrorLines() { return errors_.lines; }
 
 private:
     pid_t pid_ = -1;
     pid_t group_ = -1; // outlives the program while members are left
     int status_ = -1;  // waitpid's
     int input_ = -1;
-    int output_ = -1;
-    std::string rest_; // of a line whose end has not come
-    std::deque<std::string> lines_;
+    ProgramStream output_;
+    ProgramStream errors_;
 };
 
 // What a running process takes of the machine, from /proc.

@@ -84,7 +84,9 @@ bool Terminal::MakeFolder(std::string& error)
     folder_ = name;
     fs::create_directory(folder_ + "/scene");
     fs::create_directory(folder_ + "/wings"); // where a picture waits for its rename
-    std::ofstream(folder_ + "/script", std::ios::binary) << options_.script;
+    if (!SetScript(options_.script, error)) {
+        return false;
+    }
     if (options_.cameraEvents && mkfifo((folder_ + "/events").c_str(), 0600) == 0) {
         // For writing too, so that there is no end of file while nobody else has it open.
         eventsFd_ = open((folder_ + "/events").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
@@ -124,10 +126,14 @@ bool Terminal::Launch(std::string& error)
     ProgramOptions program;
     program.command = options_.service;
     program.quiet = options_.quiet;
+    program.terminal = options_.watched;
+    program.errorsApart = options_.watched;
     program.stackBytes = options_.stackBytes;
     program.environment = {
         "OPENBLAS_NUM_THREADS=1", // a BLAS library behind OpenCV may start threads while it loads
-        "QRCODE_SIM_SCENE=" + (options_.scene.empty() ? folder_ + "/scene" : options_.scene),
+        options_.newest
+            ? "QRCODE_SIM_NEWEST=" + folder_ + "/newest"
+            : "QRCODE_SIM_SCENE=" + (options_.scene.empty() ? folder_ + "/scene" : options_.scene),
         "QRCODE_SIM_VIEW_MS=" + std::to_string(options_.viewMs)};
     if (!options_.script.empty()) {
         program.environment.push_back("QRCODE_SIM_SCRIPT=" + folder_ + "/script");
@@ -197,9 +203,13 @@ void Terminal::TakeCameraEvents()
 // the FIFO before a result can come of it.
 void Terminal::Pump(int waitMs)
 {
-    pollfd fds[3] = {{fd_, POLLIN, 0}, {service_.OutputFd(), POLLIN, 0}, {eventsFd_, POLLIN, 0}};
+    pollfd fds[] = {{fd_, POLLIN, 0},
+                    {service_.OutputFd(), POLLIN, 0},
+                    {service_.ErrorFd(), POLLIN, 0},
+                    {eventsFd_, POLLIN, 0},
+                    {options_.alsoFd, POLLIN, 0}};
     const struct timespec limit = {waitMs / 1000, (waitMs % 1000) * 1000000L};
-    ppoll(fds, 3, &limit, Stop_WaitMask()); // a descriptor below 0 is passed over
+    ppoll(fds, std::size(fds), &limit, Stop_WaitMask()); // a descriptor below 0 is passed over
     TakeDatagrams();
     TakeCameraEvents();
     service_.TakeOutput();
@@ -208,13 +218,15 @@ void Terminal::Pump(int waitMs)
 TerminalNews Terminal::Next(int waitMs, CameraEvent& camera, PanelEvent& datagram,
                             std::string& line)
 {
-    if (camera_.empty() && datagrams_.empty() && service_.Lines().empty()) {
+    if (camera_.empty() && datagrams_.empty() && service_.Lines().empty() &&
+        service_.ErrorLines().empty()) {
         Pump(waitMs);
     }
-    return Take(camera_, camera)          ? NEWS_CAMERA
-           : Take(datagrams_, datagram)   ? NEWS_DATAGRAM
-           : Take(service_.Lines(), line) ? NEWS_LINE
-                                          : NEWS_NONE;
+    return Take(camera_, camera)               ? NEWS_CAMERA
+           : Take(datagrams_, datagram)        ? NEWS_DATAGRAM
+           : Take(service_.Lines(), line)      ? NEWS_LINE
+           : Take(service_.ErrorLines(), line) ? NEWS_ERROR_LINE
+                                               : NEWS_NONE;
 }
 
 bool Terminal::Await(const std::function<bool()>& happened, int waitMs)
@@ -310,6 +322,35 @@ void Terminal::Clear()
     std::error_code ignored;
     fs::remove(folder_ + "/scene/" + shown_, ignored);
     shown_.clear();
+}
+
+bool Terminal::Hand(const std::string& file, std::string& error)
+{
+    const std::string newest = folder_ + "/newest";
+    const std::string wings = folder_ + "/wings/newest";
+    std::error_code code;
+    if (file.empty()) {
+        fs::remove(newest, code);
+    } else {
+        fs::remove(wings, code);
+        fs::create_hard_link(file, wings, code);
+        if (!code) {
+            fs::rename(wings, newest, code);
+        }
+    }
+    error = file + ": " + code.message();
+    return !code;
+}
+
+bool Terminal::SetScript(const std::string& script, std::string& error)
+{
+    const std::string wings = folder_ + "/wings/script";
+    std::error_code code = std::make_error_code(std::errc::io_error);
+    if (std::ofstream(wings, std::ios::binary) << script << std::flush) {
+        fs::rename(wings, folder_ + "/script", code);
+    }
+    error = "the fault script: " + code.message();
+    return !code;
 }
 
 bool Terminal::AwaitLine(const std::string& part, std::string& line, int waitMs)

@@ -31,15 +31,18 @@ struct TerminalOptions {
     std::vector<std::string> service;     // the command; an emulator's words may stand before it
     std::vector<std::string> environment; // NAME=VALUE, on top of what is set here
     std::string scene;                    // picture or folder; empty: what Show puts there
+    bool newest = false;                  // no scene: the camera sees what Hand gives it
     int viewMs = 1;                       // how long each picture is on view
     std::string script;                   // a fault script's text (fault_script.h), or empty
     bool cameraEvents = false;            // take the camera's events
     bool port = true;                     // false: another program is the main application
     bool quiet = false;                   // what the service prints goes nowhere
+    bool watched = false;                 // ... comes at once, standard error as NEWS_ERROR_LINE
     int mode = 1;                         // answers every hello; TERMINAL_NO_ANSWER for none
     bool enable = true;                   // ... and scanning is switched on with it
     size_t stackBytes = 0;                // limit of the service's stack, 0 for our own
     int receiveBytes = 0; // the main application's socket buffer, 0 for the system's
+    int alsoFd = -1;      // a descriptor of the caller's that ends a wait when it is readable
 };
 
 // One event of the simulated camera, see scene.h.
@@ -51,7 +54,7 @@ struct CameraEvent {
     int round = 0;
 };
 
-enum TerminalNews { NEWS_NONE, NEWS_CAMERA, NEWS_DATAGRAM, NEWS_LINE };
+enum TerminalNews { NEWS_NONE, NEWS_CAMERA, NEWS_DATAGRAM, NEWS_LINE, NEWS_ERROR_LINE };
 
 class Terminal
 {
@@ -110,6 +113,15 @@ public:
     // away.
     bool Show(const std::string& picture, int64_t& timeUs, std::string& error);
     void Clear();
+
+    // --- The newest picture, with that option.
+
+    // Puts a file of the caller's before the camera, which may remove its own name of it then; an
+    // empty name takes away what is there. The file lies in the file system of the temporary files.
+    bool Hand(const std::string& file, std::string& error);
+
+    // Replaces the fault script, from the next snapshot on.
+    bool SetScript(const std::string& script, std::string& error);
 
     // --- All that happens, one piece after the other.
 
