@@ -10,6 +10,7 @@
 #include "card_view.h"
 #include "charsets.h"
 #include "files.h"
+#include "inspect_picture.h"
 #include "inspect_report.h"
 #include "inspect_worker.h"
 #include "letters.h"

@@ -50,17 +50,6 @@ const char FOOT[] =
     "Opened: bright specks removed. Otsu: a level found by itself. Frame: the scan that won. "
     "Outline: a code (blue: another scan's; red: not read). Dimmed: scan not made.";
 
-// One picture that the scanner was handed.
-struct Tile {
-    std::string title;
-    std::string finding;
-    bool made = false; // by the reading
-    bool won = false;
-    cv::Mat picture;
-    WatchedScan scan;
-    std::vector<cv::Point2d> located; // outline of a code that is not read
-};
-
 // The text, or as much of its beginning as fits, with "..." behind it.
 std::string Cut(const Letters& letters, const std::string& text, int size, int width)
 {
@@ -113,27 +102,9 @@ std::string FindingOf(const WatchedScan& scan, bool made)
     return symbologies.empty() ? "nothing" : symbologies;
 }
 
-Tile MakeTile(const WatchedReading& reading, const cv::Mat& picture, int attempt, bool opened)
+double ScaleOf(const cv::Mat& picture, int side)
 {
-    Tile tile;
-    char ignoredText[QRCODE_TEXT_SIZE] = {};
-    Watch_Begin();
-    Qrcode_ScanImage(picture, ignoredText);
-    tile.scan = Watch_Scans().back();
-    tile.picture = picture;
-    const int scanNumber = 2 * (attempt - 1) + (opened ? 2 : 1);
-    tile.made = scanNumber <= reading.scans;
-    tile.won = attempt == reading.attempt && opened == reading.opened;
-    tile.title =
-        std::to_string(attempt) + " " + Qrcode_AttemptName(attempt) + (opened ? ", opened" : "");
-    tile.finding = FindingOf(tile.scan, tile.made);
-    return tile;
-}
-
-// Scales so that the longer side fits a tile; very long pictures keep a pixel of the other side.
-double ScaleOf(const cv::Mat& picture)
-{
-    return static_cast<double>(TILE) / std::max(picture.cols, picture.rows);
+    return static_cast<double>(side) / std::max(picture.cols, picture.rows);
 }
 
 // zbar gives a QR code's four corners in order, and of a bar code points on the lines that read it,
@@ -162,33 +133,51 @@ void DrawOutline(cv::Mat& picture, const std::vector<cv::Point>& outline, const 
     }
 }
 
-// `won`: the colour of the scan that won.
-cv::Mat Drawn(const Tile& tile, const cv::Scalar& won)
+// The outline of a located code that is not read is empty where there is none.
+cv::Mat Drawn(const cv::Mat& picture, const WatchedScan& scan,
+              const std::vector<cv::Point>& located, double scale, const cv::Scalar& colour,
+              bool dimmed)
 {
-    const double scale = ScaleOf(tile.picture);
-    const cv::Size size(std::max(1, cvRound(tile.picture.cols * scale)),
-                        std::max(1, cvRound(tile.picture.rows * scale)));
+    // Very long pictures keep a pixel of the other side.
+    const cv::Size size(std::max(1, cvRound(picture.cols * scale)),
+                        std::max(1, cvRound(picture.rows * scale)));
     cv::Mat scaled;
-    cv::resize(tile.picture, scaled, size, 0, 0, scale < 1.0 ? cv::INTER_AREA : cv::INTER_NEAREST);
+    cv::resize(picture, scaled, size, 0, 0, scale < 1.0 ? cv::INTER_AREA : cv::INTER_NEAREST);
     cv::Mat coloured;
     cv::cvtColor(scaled, coloured, cv::COLOR_GRAY2BGR);
-    for (const WatchedSymbol& symbol : tile.scan.symbols) {
-        DrawOutline(coloured, Outline(symbol, scale), tile.won ? won : BLUE);
+    for (const WatchedSymbol& symbol : scan.symbols) {
+        DrawOutline(coloured, Outline(symbol, scale), colour);
     }
-    if (!tile.located.empty()) {
-        std::vector<cv::Point> outline;
-        for (const cv::Point2d& corner : tile.located) {
-            outline.emplace_back(cvRound(corner.x * scale), cvRound(corner.y * scale));
-        }
-        cv::polylines(coloured, outline, true, RED, 1, cv::LINE_AA);
+    if (!located.empty()) {
+        cv::polylines(coloured, located, true, RED, 1, cv::LINE_AA);
     }
-    if (!tile.made) {
+    if (dimmed) {
         coloured = coloured * DIM + PAPER * (1.0 - DIM);
     }
     return coloured;
 }
 
-void PutTile(cv::Mat& sheet, const Letters& letters, const Tile& tile, cv::Point at,
+SheetTile MakeTile(const WatchedReading& reading, const cv::Mat& picture, int attempt, bool opened,
+                   const std::vector<cv::Point>& located, double scale)
+{
+    SheetTile tile;
+    char ignoredText[QRCODE_TEXT_SIZE] = {};
+    Watch_Begin();
+    Qrcode_ScanImage(picture, ignoredText);
+    const WatchedScan& scan = Watch_Scans().back();
+    const int scanNumber = 2 * (attempt - 1) + (opened ? 2 : 1);
+    tile.made = scanNumber <= reading.scans;
+    tile.won = attempt == reading.attempt && opened == reading.opened;
+    tile.title =
+        std::to_string(attempt) + " " + Qrcode_AttemptName(attempt) + (opened ? ", opened" : "");
+    tile.finding = FindingOf(scan, tile.made);
+    tile.symbols = scan.symbols.size();
+    tile.drawn = Drawn(picture, scan, located, scale,
+                       tile.won ? GRADE_COLOURS[Report_Grade(reading)] : BLUE, !tile.made);
+    return tile;
+}
+
+void PutTile(cv::Mat& sheet, const Letters& letters, const SheetTile& tile, cv::Point at,
              const cv::Scalar& won)
 {
     const cv::Scalar& colour = tile.won ? won : tile.made ? INK : FAINT;
@@ -197,9 +186,8 @@ void PutTile(cv::Mat& sheet, const Letters& letters, const Tile& tile, cv::Point
         letters.Draw(sheet, Cut(letters, labels[i], LETTER_SMALL, TILE),
                      at + cv::Point(0, (i + 1) * LINE_HEIGHT - 4), LETTER_SMALL, colour);
     }
-    const cv::Mat drawn = Drawn(tile, won);
-    const cv::Rect place(at.x, at.y + LABEL, drawn.cols, drawn.rows);
-    drawn.copyTo(sheet(place));
+    const cv::Rect place(at.x, at.y + LABEL, tile.drawn.cols, tile.drawn.rows);
+    tile.drawn.copyTo(sheet(place));
     if (tile.won) {
         cv::rectangle(sheet, place + cv::Point(-FRAME / 2, -FRAME / 2) + cv::Size(FRAME, FRAME),
                       won, FRAME);
@@ -232,6 +220,33 @@ struct HeadLine {
 
 } // namespace
 
+std::vector<SheetTile> Sheet_Tiles(const WatchedReading& reading, const LikelyCauses& causes,
+                                   const cv::Mat& grey, const std::vector<int>& attempts, int side)
+{
+    std::vector<int> shown = attempts;
+    for (int n = 1; attempts.empty() && n <= Qrcode_AttemptCount(); ++n) {
+        shown.push_back(n);
+    }
+    const double scale = ScaleOf(grey, side);
+    std::vector<cv::Point> located; // drawn into the first picture only
+    for (const cv::Point2d& corner : causes.code.outline) {
+        located.emplace_back(cvRound(corner.x * scale), cvRound(corner.y * scale));
+    }
+    if (causes.code.shape == CODE_NONE) {
+        located.clear();
+    }
+    CascadePictures pictures;
+    pictures.grey = grey;
+    std::vector<SheetTile> tiles;
+    for (const int attempt : shown) {
+        const cv::Mat prepared = Qrcode_PrepareAttempt(attempt, &pictures);
+        tiles.push_back(MakeTile(reading, prepared, attempt, false,
+                                 attempt == 1 ? located : std::vector<cv::Point>(), scale));
+        tiles.push_back(MakeTile(reading, Qrcode_OpenPicture(prepared), attempt, true, {}, scale));
+    }
+    return tiles;
+}
+
 bool Sheet_Draw(const WatchedReading& reading, const LikelyCauses& causes, const cv::Mat& grey,
                 const std::string& name, const std::vector<int>& attempts, cv::Mat& sheet,
                 std::string& error)
@@ -240,14 +255,11 @@ bool Sheet_Draw(const WatchedReading& reading, const LikelyCauses& causes, const
     if (!letters.Open(error)) {
         return false;
     }
-    std::vector<int> shown = attempts;
-    for (int n = 1; attempts.empty() && n <= Qrcode_AttemptCount(); ++n) {
-        shown.push_back(n);
-    }
-    const int count = static_cast<int>(shown.size());
+    const std::vector<SheetTile> tiles = Sheet_Tiles(reading, causes, grey, attempts, TILE);
+    const int count = static_cast<int>(tiles.size()) / 2;
     const int abreast = std::min<int>(count, TILES_ABREAST);
     const int rowCount = 2 * ((count + TILES_ABREAST - 1) / TILES_ABREAST);
-    const int tileHeight = LABEL + cvRound(grey.rows * ScaleOf(grey)) + GAP;
+    const int tileHeight = LABEL + cvRound(grey.rows * ScaleOf(grey, TILE)) + GAP;
     const int width = GAP + abreast * (TILE + GAP);
     const int textWidth = width - 2 * GAP;
     const cv::Scalar& grade = GRADE_COLOURS[Report_Grade(reading)];
@@ -274,20 +286,10 @@ bool Sheet_Draw(const WatchedReading& reading, const LikelyCauses& causes, const
         letters.Draw(sheet, line.text, {GAP, y + LETTER_HEAD - 2}, LETTER_HEAD, line.colour);
         y += HEAD_LINE;
     }
-    CascadePictures pictures;
-    pictures.grey = grey;
-    for (int i = 0; i < count; ++i) {
-        const int attempt = shown[static_cast<size_t>(i)];
-        const cv::Mat prepared = Qrcode_PrepareAttempt(attempt, &pictures);
-        const cv::Point at(GAP + i % TILES_ABREAST * (TILE + GAP),
-                           top + i / TILES_ABREAST * 2 * tileHeight);
-        Tile plain = MakeTile(reading, prepared, attempt, false);
-        if (attempt == 1 && causes.code.shape != CODE_NONE) {
-            plain.located.assign(causes.code.outline, causes.code.outline + 4);
-        }
-        PutTile(sheet, letters, plain, at, grade);
-        PutTile(sheet, letters, MakeTile(reading, Qrcode_OpenPicture(prepared), attempt, true),
-                at + cv::Point(0, tileHeight), grade);
+    for (int i = 0; i < 2 * count; ++i) {
+        const cv::Point at(GAP + i / 2 % TILES_ABREAST * (TILE + GAP),
+                           top + (i / 2 / TILES_ABREAST * 2 + i % 2) * tileHeight);
+        PutTile(sheet, letters, tiles[static_cast<size_t>(i)], at, grade);
     }
     y = bottom;
     for (const std::string& line : foot) {

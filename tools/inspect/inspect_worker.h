@@ -9,20 +9,9 @@
 #include <string>
 #include <type_traits>
 
-#include "likely_causes.h"
-#include "watched_reading.h"
-
 enum {
     WORKER_MEMORY_MB = 400, // beyond what the child begins with
     WORKER_SECONDS = 60     // for one file
-};
-
-// Flat: crosses a pipe.
-struct InspectRecord {
-    WatchedReading reading;
-    LikelyCauses causes; // why there is no text, where they were looked for
-    bool sheetFailed = false;
-    char sheetError[READING_NOTE_SIZE] = {};
 };
 
 // As Worker_ForEach, for records of `recordBytes`. `done` gets no record (nullptr) after a death.

@@ -5,17 +5,16 @@
 #include <filesystem>
 #include <unistd.h>
 
-#include "camera_picture.h"
 #include "card_run.h"
 #include "cascade.h"
 #include "charsets.h"
 #include "command_line.h"
+#include "inspect_picture.h"
 #include "inspect_report.h"
 #include "inspect_sheet.h"
 #include "inspect_worker.h"
 #include "process_setup.h"
 #include "scene_files.h"
-#include "snap_channel.h"
 #include "text.h"
 
 namespace
@@ -79,31 +78,15 @@ InspectRecord InspectOne(const std::string& path, const InspectOptions& options)
 {
     cv::Mat grey;
     static bool warm = false;
-    if (!warm) { // a reading beforehand: the times are those of a service that has been running
+    if (!warm) {
         warm = true;
-        Reading_Take(Sim_EncodeFrame(Sim_EmptyFrame(SNAP_WIDTH, SNAP_HEIGHT), SNAP_QUALITY), grey);
+        Inspect_WarmUp();
     }
-    InspectRecord record;
-    std::vector<uint8_t> jpeg;
-    std::string error;
-    if (!(options.snapshot ? Reading_SavedJpeg : Reading_CameraJpeg)(path, jpeg, error)) {
-        std::snprintf(record.reading.remark, sizeof(record.reading.remark), "%s", error.c_str());
+    InspectRecord record = Inspect_Picture(path, options.snapshot, grey);
+    if (options.sheet.empty() || record.reading.outcome == READING_NO_PICTURE) {
         return record;
     }
-    record.reading = Reading_Take(jpeg, grey);
-    if (options.snapshot && !grey.empty() && grey.size() != cv::Size(SNAP_WIDTH, SNAP_HEIGHT)) {
-        record.reading = {}; // its header hid that
-        std::snprintf(record.reading.remark, sizeof(record.reading.remark),
-                      "no snapshot: %d x %d pixels", grey.cols, grey.rows);
-        return record;
-    }
-    if (record.reading.outcome == READING_NO_CODE && record.reading.textCount == 0) {
-        record.causes = Causes_Find(grey);
-    }
-    if (options.sheet.empty()) {
-        return record;
-    }
-    error = "there is no picture to draw";
+    std::string error = "there is no picture to draw";
     std::string name = std::filesystem::path(path).filename().string();
     if (Charsets_Used() != CHARSETS_ALL) {
         name += " (character sets: " + Charsets_Used() + ")";
