@@ -26,7 +26,7 @@ fi
 cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability \
     --inline-suppr --error-exitcode=1 --suppress=missingIncludeSystem \
     -Iinclude -Iqrcode_src/core -Iqrcode_src/msg -Iqrcode_src/capture -Iqrcode_src/recog \
-    -Isim/shared -Isim/media -Isim/panel -Isim/terminal -Itools/demo -Itools/inspect \
+    -Isim/shared -Isim/media -Isim/panel -Isim/terminal -Itools/demo -Itools/inspect -Itools/desk \
     qrcode_src sim tools samples bench
 
 tidy()

@@ -9,6 +9,8 @@
 #   libs   to make the terminal's file, over a platform from outside; without "build"
 #   device ... over the simulated one, and to emulate it
 #   fuzz   ... to fuzz it, and the libraries
+#   desk   ... and the terminal in a browser
+#   desk-test  ... and its test, in a browser
 #   supervise  to run and watch the service under systemd and BusyBox
 #   bench  to measure what the service costs
 # Ends with 0, 1 when something cannot be installed, 2 on wrong usage.
@@ -23,6 +25,8 @@ readonly LIBS_PACKAGES=(g++ cmake ninja-build dpkg-dev xz-utils bzip2 patch nasm
     g++-arm-linux-gnueabihf g++-arm-linux-gnueabi)
 readonly DEVICE_PACKAGES=("${LIBS_PACKAGES[@]}" qemu-user googletest netpbm)
 readonly FUZZ_PACKAGES=("${LIBS_PACKAGES[@]}" clang libclang-rt-14-dev llvm-14 libzint-dev zlib1g-dev python3)
+readonly DESK_PACKAGES=(libmicrohttpd-dev)
+readonly DESK_TEST_PACKAGES=("${DESK_PACKAGES[@]}" chromium chromium-driver python3-selenium python3-pil)
 readonly BENCH_PACKAGES=(libzxing-dev libopencv-objdetect-dev libopencv-contrib-dev
     gnuplot-nox)
 readonly SUPERVISE_PACKAGES=(systemd busybox-static strace iproute2 util-linux procps)
@@ -67,14 +71,16 @@ for group in "$@"; do
     case $group in
     build) ;;
     test) packages+=("${TEST_PACKAGES[@]}") ;;
-    check) packages+=("${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
+    check) packages+=("${TEST_PACKAGES[@]}" "${DESK_PACKAGES[@]}" "${CHECK_PACKAGES[@]}") ;;
     libs) packages+=("${LIBS_PACKAGES[@]}") ;;
     device) packages+=("${DEVICE_PACKAGES[@]}") ;;
     fuzz) packages+=("${FUZZ_PACKAGES[@]}") ;;
     supervise) packages+=("${TEST_PACKAGES[@]}" "${SUPERVISE_PACKAGES[@]}") ;;
+    desk) packages+=("${DESK_PACKAGES[@]}") ;;
+    desk-test) packages+=("${DESK_TEST_PACKAGES[@]}") ;;
     bench) packages+=("${BENCH_PACKAGES[@]}") ;;
     -*) fail -2 "unknown option $group; see $script --help" ;;
-    *) fail -2 "unknown group \"$group\"; there are: build, test, check, libs, device, fuzz, supervise, bench" ;;
+    *) fail -2 "unknown group \"$group\"; there are: build, test, check, libs, device, desk, desk-test, fuzz, supervise, bench" ;;
     esac
 done
 

@@ -1,0 +1,3 @@
+# libmicrohttpd, as the target MicroHTTPD::microhttpd.
+include(find-one-library)
+find_one_library(MicroHTTPD microhttpd.h microhttpd)

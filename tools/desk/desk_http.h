@@ -1,0 +1,84 @@
+// The desk's HTTP side, over libmicrohttpd: requests of its own page alone, and events to it.
+//
+// One thread: Open, then Run whenever WaitFd is readable, and at least every second.
+#ifndef TOOLS_DESK_HTTP_H
+#define TOOLS_DESK_HTTP_H
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <string>
+
+enum {
+    HTTP_UPLOAD_MAX =
+        32 << 20, // bytes of a request's body; a larger one is read to its end and refused
+    HTTP_CONNECTIONS_MAX = 64,
+    HTTP_QUEUE_MAX = 16 << 20, // bytes that a client of events may be behind before it is cut off
+    HTTP_SILENCE_S = 60        // of a connection before it is closed
+};
+
+struct HttpRequest {
+    bool post = false; // else it is a GET
+    std::string path;  // decoded, without the query
+    std::map<std::string, std::string> query;
+    std::string body;
+};
+
+struct HttpAnswer {
+    unsigned int status = 200;
+    std::string type = "application/json";
+    std::string body = "{}";
+    bool events = false; // in place of a body: this client gets `body`, then what Publish sends
+};
+
+using HttpHandler = std::function<HttpAnswer(const HttpRequest&)>;
+
+// {"error": words} with that status.
+HttpAnswer Http_Error(unsigned int status, const std::string& words);
+
+// As a client of events gets it: "data: ...", two line ends.
+std::string Http_Event(const std::string& json);
+
+struct MHD_Connection;
+struct MHD_Daemon;
+
+// A client that takes events.
+struct HttpListener {
+    MHD_Connection* connection = nullptr;
+    std::string queue; // what it did not take yet
+    bool waits = false;
+    bool cutOff = false; // too far behind
+};
+
+class Http
+{
+public:
+    ~Http();
+
+    // Serves a socket that listens on 127.0.0.1:port. A request is answered by `handler` if it
+    // names this host, and a browser's comes from a page of ours; others are refused. Returns false
+    // with the reason.
+    bool Open(int socket, uint16_t port, HttpHandler handler, std::string& error);
+
+    // Does what there is to do. Returns true when there is more, which WaitFd need not show.
+    int WaitFd() const;
+    bool Run();
+
+    // To all clients of events, now or when they can take it. In Http_Event's form.
+    void Publish(const std::string& event);
+
+    // For the library's callbacks: whether a request is of this server's own page, and what it is
+    // answered.
+    bool IsOwn(MHD_Connection* connection, HttpAnswer& refusal) const;
+    HttpAnswer Answer(const HttpRequest& request) const;
+    std::list<HttpListener>& AllListeners() { return listeners_; }
+
+private:
+    MHD_Daemon* daemon_ = nullptr;
+    uint16_t port_ = 0;
+    HttpHandler handler_;
+    std::list<HttpListener> listeners_;
+};
+
+#endif

@@ -1,0 +1,699 @@
+#include "desk_session.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <sys/epoll.h>
+#include <unistd.h>
+#include <vector>
+
+#include "camera_picture.h"
+#include "cascade.h"
+#include "command_line.h"
+#include "desk_faults.h"
+#include "desk_http.h"
+#include "desk_inspector.h"
+#include "inspect_worker.h"
+#include "link_advice.h"
+#include "panel_socket.h"
+#include "scene_files.h"
+#include "snap_channel.h"
+#include "stop_signal.h"
+#include "terminal.h"
+#include "text.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace
+{
+
+enum {
+    TICK_MS = 50,
+    STATE_MS = 1000,       // between two states
+    LINES_MS = 100,        // between two looks at the logs, and between lines of one stream
+    LATE_ANSWER_MS = 1000, // far behind the service's one look at the mode
+    LINES_AT_ONCE = 100,   // of one stream; the rest is counted
+    LINES_KEPT = 5,        // events of them, of a stream, for a page that comes later
+    LINK_KEPT = 200,       // datagrams and notes
+    PIECES_AT_ONCE = 2000, // of the terminal's news before the page has its turn
+    MODES = 256,
+    CHECK_SECONDS = 3 // for a picture to be looked at: the page takes 5 s of silence for the end
+};
+
+const char WALL_FILE[] = "wall.png";
+const char SEEN_FILE[] = "seen.jpg"; // what is before the camera, the way it is seen there
+const char LOG_FOLDER[] = "/Database/doorlog/";
+const char LOG_END[] = "</br>";
+
+enum DeskStream { LOG_SERVICE, LOG_UI, OUTPUT, ERRORS, STREAMS };
+const char* const STREAM_NAMES[] = {"qrcodelog.txt", "uilog.txt", "stdout", "stderr"};
+
+// By path: the file, and its type.
+const std::map<std::string, std::pair<std::string, std::string>> PAGE_FILES = {
+    {"/", {"/index.html", "text/html; charset=utf-8"}},
+    {"/desk.css", {"/desk.css", "text/css; charset=utf-8"}},
+    {"/desk.js", {"/desk.js", "text/javascript; charset=utf-8"}}};
+
+// By path: what is sent, and whether scanning is switched on by it.
+const std::map<std::string, std::pair<int32_t, bool>> COMMANDS = {
+    {"/enable", {MSG_CMD_QRCODE_ENABLE, true}},
+    {"/disable", {MSG_CMD_QRCODE_DISABLE, false}},
+    {"/stop", {MSG_CMD_QRCODE_STOP, false}}};
+
+// How a hello is answered.
+const std::array<std::string, 3> ANSWERS = {"now", "late", "never"};
+
+// Why a file cannot be shown. Flat: crosses a pipe.
+struct CheckRecord {
+    char error[160] = {};
+};
+
+// What is before the camera.
+struct DeskView {
+    int k = 0;        // counts what was handed over
+    std::string file; // name in the desk's folder; empty for the wall
+    std::string name;
+    std::string from = "wall";
+};
+
+struct DeskStreamState {
+    std::vector<std::string> lines; // to be told
+    size_t leftOut = 0;
+    uint64_t offset = 0; // of a log
+    std::string rest;    // ... its last entry so far
+    bool emptied = false;
+};
+
+struct Desk {
+    explicit Desk(const DeskOptions& given);
+    ~Desk();
+
+    DeskOptions options;
+    std::string folder; // temporary
+    std::vector<std::string> pictures;
+    std::vector<DeskFault> faults;
+    Http http;
+    int wait = -1; // epoll: the HTTP side, and the inspector
+    Terminal terminal;
+    LinkAdvice advice;
+    Program inspector;
+    DeskView inspected{-1, "", "", ""}; // the last
+    bool inspecting = false;
+    DeskView view;
+    int readings = 0;
+    int mode = 1; // what the next hello is answered with
+    bool enable = true;
+    std::string answer = ANSWERS[0];
+    int64_t answerMs = 0; // when one is due, 0 for none
+    size_t fault = 0;
+    bool running = false;      // as it was told last
+    std::deque<double> frames; // seconds, of the last second and two more
+    ProcessFigures figures;
+    double cpuPercent = 0.0;
+    int64_t stateMs = 0;
+    int64_t linesMs = 0;
+    std::string tiles; // of the reading told last
+    std::array<DeskStreamState, STREAMS> streams;
+    std::map<std::string, std::deque<std::string>> told; // by kind
+};
+
+int64_t NowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string Dump(const json& event)
+{
+    return Http_Event(event.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string Word(const HttpRequest& request, const char* name)
+{
+    const auto found = request.query.find(name);
+    return found != request.query.end() ? found->second.substr(0, NAME_MAX) : "";
+}
+
+// The number if it is one below `end`, or -1.
+int Number(const std::string& digits, size_t end)
+{
+    const bool number = !digits.empty() && digits.size() < 7 &&
+                        digits.find_first_not_of("0123456789") == std::string::npos;
+    return number && std::stoul(digits) < end ? std::stoi(digits) : -1;
+}
+
+TerminalOptions Setting(const DeskOptions& options, int wait)
+{
+    TerminalOptions setting;
+    setting.service = {options.service};
+    setting.newest = true;
+    setting.script = "# none\n";
+    setting.cameraEvents = true;
+    setting.watched = true;
+    setting.mode = TERMINAL_NO_ANSWER; // the desk's own
+    setting.alsoFd = wait;
+    return setting;
+}
+
+Desk::Desk(const DeskOptions& given)
+    : options(given), wait(epoll_create1(EPOLL_CLOEXEC)), terminal(Setting(given, wait))
+{
+}
+
+Desk::~Desk()
+{
+    inspector.Stop();
+    terminal.Stop();
+    if (wait >= 0) {
+        close(wait);
+    }
+    std::error_code ignored;
+    if (!folder.empty()) {
+        fs::remove_all(folder, ignored);
+    }
+}
+
+std::string PathOf(const Desk& desk, const std::string& name)
+{
+    return desk.folder + "/" + name;
+}
+
+// --- What the page is told.
+
+// Tells all pages, and keeps what a page that comes later wants of that kind.
+void Tell(Desk& desk, const std::string& kind, const json& event)
+{
+    const size_t kept = kind == "link"                         ? LINK_KEPT
+                        : kind == "state" || kind == "reading" ? 1
+                                                               : LINES_KEPT;
+    std::deque<std::string>& told = desk.told[kind];
+    told.push_back(Dump(event));
+    if (told.size() > kept) {
+        told.pop_front();
+    }
+    desk.http.Publish(told.back());
+}
+
+void TellNotes(Desk& desk, int64_t timeUs, const LinkNotes& notes)
+{
+    for (const std::string& note : notes) {
+        Tell(desk, "link",
+             {{"type", "note"}, {"time", static_cast<double>(timeUs) / 1e6}, {"text", note}});
+    }
+}
+
+void TellDatagram(Desk& desk, const PanelEvent& event)
+{
+    TellNotes(desk, event.timeUs, Advice_Time(desk.advice, event.timeUs));
+    json told = json::parse(Panel_EventJson(event));
+    told["type"] = "datagram";
+    told["hex"] = Text_Hex({event.datagram.begin(), event.datagram.end()});
+    Tell(desk, "link", told);
+    TellNotes(desk, event.timeUs, Advice_Datagram(desk.advice, event));
+}
+
+void TellState(Desk& desk)
+{
+    desk.running = desk.terminal.Service().Running();
+    const LinkAdvice& advice = desk.advice;
+    const size_t count = desk.frames.size();
+    json state = {
+        {"type", "state"},
+        {"service", !desk.running                ? "ended"
+                    : advice.fate == FATE_OPEN   ? "starting"
+                    : advice.fate == FATE_PARKED ? "parked"
+                                                 : "running"},
+        {"end", desk.running ? "" : desk.terminal.Service().EndText()},
+        {"pid", desk.terminal.Service().Pid()},
+        {"upS", static_cast<double>(Panel_NowUs() - desk.terminal.StartUs()) / 1e6},
+        {"threads", desk.figures.threads},
+        {"descriptors", desk.figures.descriptors},
+        {"cpuPercent", desk.cpuPercent},
+        {"residentKib", desk.figures.residentKib},
+        {"peakKib", desk.figures.peakKib},
+        {"mode", nullptr},
+        {"enabled", advice.enabled},
+        {"answer", desk.answer},
+        {"answerMode", desk.mode},
+        {"answerEnable", desk.enable},
+        {"fault", desk.fault},
+        {"betweenMs", nullptr},
+        {"readingsPerS", std::max<size_t>(count, 2) - 2},
+        {"view", {{"k", desk.view.k}, {"name", desk.view.name}, {"from", desk.view.from}}}};
+    if (advice.modeCame) {
+        state["mode"] = advice.mode;
+    }
+    if (count > 1) {
+        state["betweenMs"] = (desk.frames[count - 1] - desk.frames[count - 2]) * 1000.0;
+    }
+    Tell(desk, "state", state);
+}
+
+// Once a second.
+void Measure(Desk& desk, int64_t nowMs)
+{
+    const ProcessFigures figures = desk.terminal.Figures();
+    const double usedMs = std::max(0.0, figures.cpuMs - desk.figures.cpuMs);
+    desk.cpuPercent = usedMs / static_cast<double>(nowMs - desk.stateMs) * 100.0;
+    desk.figures = figures;
+    desk.stateMs = nowMs;
+    // The two before the last second tell how far apart they are where they are rare.
+    const double since = static_cast<double>(Panel_NowUs()) / 1e6 - STATE_MS / 1000.0;
+    while (desk.frames.size() > 2 && desk.frames[2] < since) {
+        desk.frames.pop_front();
+    }
+    TellState(desk);
+}
+
+void AddLine(Desk& desk, DeskStream stream, const std::string& line)
+{
+    DeskStreamState& to = desk.streams[stream];
+    if (to.lines.size() < LINES_AT_ONCE) {
+        to.lines.push_back(line);
+    } else {
+        ++to.leftOut;
+    }
+}
+
+void FollowLog(Desk& desk, DeskStream stream)
+{
+    DeskStreamState& log = desk.streams[stream];
+    const std::string path = std::string(LOG_FOLDER) + STREAM_NAMES[stream];
+    std::error_code code;
+    const uintmax_t size = fs::file_size(path, code);
+    if (code || size == log.offset) {
+        return;
+    }
+    if (size < log.offset) { // the service empties a full one
+        log.offset = 0;
+        log.rest.clear();
+        log.emptied = true;
+    }
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(log.offset));
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    log.offset += bytes.size();
+    log.rest += bytes;
+    for (size_t end = 0; (end = log.rest.find(LOG_END)) != std::string::npos;) {
+        end += std::size(LOG_END) - 1;
+        AddLine(desk, stream, log.rest.substr(0, end));
+        log.rest.erase(0, end);
+    }
+}
+
+void TellLines(Desk& desk)
+{
+    for (int n = 0; n < STREAMS; ++n) {
+        DeskStreamState& stream = desk.streams[static_cast<size_t>(n)];
+        if (stream.lines.empty() && !stream.emptied) {
+            continue;
+        }
+        if (stream.leftOut > 0) {
+            stream.lines.push_back("... and " + std::to_string(stream.leftOut) +
+                                   " more lines within 0.1 s");
+        }
+        Tell(desk, STREAM_NAMES[n],
+             {{"type", "lines"},
+              {"stream", STREAM_NAMES[n]},
+              {"lines", stream.lines},
+              {"emptied", stream.emptied}});
+        stream.lines.clear();
+        stream.leftOut = 0;
+        stream.emptied = false;
+    }
+}
+
+// --- The terminal.
+
+void Send(Desk& desk, const PanelBytes& datagram)
+{
+    const bool heard = Panel_IsBound(QRCODE_SERVER_PORT);
+    const PanelEvent event = {desk.terminal.Send(datagram), true, datagram};
+    TellDatagram(desk, event);
+    if (!heard) {
+        TellNotes(desk, event.timeUs, Advice_Lost(desk.advice, event));
+    }
+}
+
+void AnswerHello(Desk& desk)
+{
+    desk.answerMs = 0;
+    Send(desk, Panel_ModeFrame(static_cast<uint8_t>(desk.mode)));
+    if (desk.enable) {
+        Send(desk, Panel_CommandFrame(MSG_CMD_QRCODE_ENABLE));
+    }
+}
+
+void TakeNews(Desk& desk, TerminalNews news, const CameraEvent& camera, const PanelEvent& datagram,
+              const std::string& line)
+{
+    if (news == NEWS_CAMERA) {
+        desk.frames.push_back(camera.time);
+        TellNotes(desk, static_cast<int64_t>(camera.time * 1e6), Advice_Picture(desk.advice));
+    } else if (news == NEWS_LINE || news == NEWS_ERROR_LINE) {
+        AddLine(desk, news == NEWS_LINE ? OUTPUT : ERRORS, line);
+    } else {
+        TellDatagram(desk, datagram);
+        if (Terminal_IsCommand(datagram, MSG_CMD_QRCODE_START) && desk.answer != "never") {
+            desk.answerMs = NowMs() + (desk.answer == "late" ? LATE_ANSWER_MS : 0);
+        }
+        if (desk.answerMs != 0 && desk.answerMs <= NowMs()) {
+            AnswerHello(desk);
+        }
+    }
+}
+
+bool Launch(Desk& desk, std::string& error)
+{
+    desk.advice = LinkAdvice();
+    desk.answerMs = 0;
+    desk.frames.clear();
+    desk.figures = ProcessFigures();
+    return desk.terminal.Launch(error);
+}
+
+// --- The inspector.
+
+bool StartInspector(Desk& desk, std::string& error)
+{
+    ProgramOptions program;
+    program.command = {"/proc/self/exe", "--inspect", desk.folder};
+    program.input = true;
+    const bool started = desk.inspector.Start(program, error);
+    epoll_event event = {EPOLLIN, {}};
+    epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.inspector.OutputFd(), &event);
+    desk.inspecting = false;
+    return started;
+}
+
+// Removes a picture's file that nobody needs any more.
+void Drop(const Desk& desk, const std::string& file)
+{
+    if (!file.empty() && file != desk.view.file &&
+        !(desk.inspecting && file == desk.inspected.file)) {
+        std::error_code ignored;
+        fs::remove(PathOf(desk, file), ignored);
+    }
+}
+
+void AskInspector(Desk& desk)
+{
+    if (!desk.inspecting && desk.view.k != desk.inspected.k) {
+        desk.inspecting = true;
+        desk.inspected = desk.view;
+        desk.inspector.Say(desk.view.file.empty() ? WALL_FILE : desk.view.file);
+    }
+}
+
+void TakeInspector(Desk& desk)
+{
+    desk.inspector.TakeOutput();
+    for (; !desk.inspector.Lines().empty(); desk.inspector.Lines().pop_front()) {
+        json reading = json::parse(desk.inspector.Lines().front(), nullptr, false);
+        if (!reading.is_object()) {
+            continue; // a library's words
+        }
+        reading.erase("file");
+        reading.erase("fileHex");
+        reading["type"] = "reading";
+        reading["k"] = ++desk.readings;
+        reading["view"] = desk.inspected.k;
+        reading["name"] = desk.inspected.name;
+        desk.tiles = ReadFile(desk.folder + TILES_FILE);
+        Tell(desk, "reading", reading);
+        desk.inspecting = false;
+        Drop(desk, desk.inspected.file);
+    }
+    AskInspector(desk);
+}
+
+// --- What the page asks.
+
+HttpAnswer FileAnswer(const std::string& path, const std::string& type)
+{
+    std::error_code code;
+    return fs::is_regular_file(path, code) ? HttpAnswer{200, type, ReadFile(path), false}
+                                           : Http_Error(404, "it is not there");
+}
+
+std::string Begin(const Desk& desk)
+{
+    json begin = {{"type", "begin"},           {"version", QRCODE_VERSION},
+                  {"pictures", json::array()}, {"faults", json::array()},
+                  {"attempts", json::array()}, {"limit", {{"upload", HTTP_UPLOAD_MAX}}}};
+    for (const std::string& path : desk.pictures) {
+        begin["pictures"].push_back({{"name", fs::path(path).filename().string()}});
+    }
+    for (const DeskFault& fault : desk.faults) {
+        begin["faults"].push_back({{"name", fault.name}, {"door", fault.door}});
+    }
+    for (int n = 1; n <= Qrcode_AttemptCount(); ++n) {
+        begin["attempts"].push_back(Qrcode_AttemptName(n));
+    }
+    std::string events = Dump(begin);
+    std::vector<std::string> kinds = {"state", "link", "reading"};
+    kinds.insert(kinds.end(), std::begin(STREAM_NAMES), std::end(STREAM_NAMES));
+    for (const std::string& kind : kinds) {
+        const auto told = desk.told.find(kind);
+        for (size_t n = 0; told != desk.told.end() && n < told->second.size(); ++n) {
+            events += told->second[n];
+        }
+    }
+    return events;
+}
+
+void SetView(Desk& desk, const DeskView& view)
+{
+    const std::string before = desk.view.file;
+    desk.view = view;
+    Drop(desk, before);
+    AskInspector(desk);
+}
+
+// Puts the file that was written for it before the camera, if it is a picture.
+HttpAnswer Show(Desk& desk, const std::string& name, const std::string& from)
+{
+    const std::string file = "view-" + std::to_string(desk.view.k + 1);
+    std::string error;
+    const bool checked = Worker_ForEach<CheckRecord>(
+        1,
+        [&](size_t) {
+            CheckRecord record;
+            cv::Mat picture;
+            if (!Sim_LoadPicture(PathOf(desk, file), picture, error)) {
+                std::snprintf(record.error, sizeof(record.error), "%s", error.c_str());
+            } else if (from != "camera") { // the page shows its own
+                cv::Mat seen = Sim_CameraFrame(picture, SNAP_WIDTH, SNAP_HEIGHT);
+                cv::flip(seen, seen, 1); // as the service mirrors it
+                cv::imwrite(PathOf(desk, SEEN_FILE), seen);
+            }
+            return record;
+        },
+        [&](size_t, const CheckRecord& record, const std::string& death) {
+            error = death.empty() ? record.error : death;
+        },
+        CHECK_SECONDS, error);
+    if (!checked || !error.empty() || !desk.terminal.Hand(PathOf(desk, file), error)) {
+        Drop(desk, file);
+        return Http_Error(422, Text_Escape(name) + ": " + error);
+    }
+    SetView(desk, {desk.view.k + 1, file, name, from});
+    if (from != "camera") {
+        TellState(desk);
+    }
+    return {};
+}
+
+HttpAnswer Do(Desk& desk, const HttpRequest& request)
+{
+    const std::string& path = request.path;
+    std::string error;
+    const std::string next = PathOf(desk, "view-" + std::to_string(desk.view.k + 1));
+    if (path == "/picture") {
+        std::ofstream file(next, std::ios::binary);
+        file.write(request.body.data(), static_cast<std::streamsize>(request.body.size()));
+        file.close();
+        if (!file) {
+            std::error_code ignored;
+            fs::remove(next, ignored);
+            return Http_Error(507, "there is no room for it");
+        }
+        const std::string from = Word(request, "from") == "camera" ? "camera" : "file";
+        return Show(desk, Word(request, "name"), from);
+    }
+    const int picture = Number(Word(request, "n"), desk.pictures.size());
+    const int fault = Number(Word(request, "n"), desk.faults.size());
+    const int mode = Number(Word(request, "value"), MODES);
+    const auto command = COMMANDS.find(path);
+    if (path == "/sample" && picture >= 0) {
+        const fs::path& chosen = desk.pictures[static_cast<size_t>(picture)];
+        std::error_code code;
+        fs::copy_file(chosen, next, fs::copy_options::overwrite_existing, code);
+        return code ? Http_Error(404, chosen.filename().string() + ": " + code.message())
+                    : Show(desk, chosen.filename().string(), "sample");
+    }
+    if (path == "/clear") {
+        desk.terminal.Hand("", error);
+        SetView(desk, {desk.view.k + 1, "", "", "wall"});
+    } else if (path == "/mode" && mode >= 0) {
+        desk.mode = mode;
+        Send(desk, Panel_ModeFrame(static_cast<uint8_t>(desk.mode)));
+    } else if (command != COMMANDS.end()) {
+        desk.enable = command->second.second;
+        Send(desk, Panel_CommandFrame(command->second.first));
+    } else if (path == "/answer" &&
+               std::find(ANSWERS.begin(), ANSWERS.end(), Word(request, "when")) != ANSWERS.end()) {
+        desk.answer = Word(request, "when");
+    } else if (path == "/restart") {
+        if (!Launch(desk, error)) {
+            return Http_Error(500, error);
+        }
+    } else if (path == "/kill") {
+        desk.terminal.Kill();
+    } else if (path == "/fault" && fault >= 0) {
+        desk.fault = static_cast<size_t>(fault);
+        if (!desk.terminal.SetScript(desk.faults[desk.fault].script, error)) {
+            return Http_Error(500, error);
+        }
+    } else {
+        return Http_Error(404, "there is nothing to be done as " + path + " with these values");
+    }
+    TellState(desk);
+    return {};
+}
+
+HttpAnswer Answer(Desk& desk, const HttpRequest& request)
+{
+    if (request.post) {
+        return Do(desk, request);
+    }
+    const std::string& path = request.path;
+    const auto file = PAGE_FILES.find(path);
+    if (file != PAGE_FILES.end()) {
+        return FileAnswer(desk.options.page + file->second.first, file->second.second);
+    }
+    if (path == "/favicon.ico") {
+        return {204, "image/png", "", false};
+    }
+    if (path == "/events") {
+        return {200, "", Begin(desk), true};
+    }
+    if (path == "/tiles") {
+        return {200, "image/jpeg", desk.tiles, false};
+    }
+    if (path == "/view" && !desk.view.file.empty()) {
+        return FileAnswer(PathOf(desk, SEEN_FILE), "image/jpeg");
+    }
+    const std::string strip = "/pictures/";
+    const std::string number =
+        path.compare(0, strip.size(), strip) == 0 ? path.substr(strip.size()) : "";
+    const int n = Number(number, desk.pictures.size());
+    if (n < 0) {
+        return Http_Error(404, "there is no " + path);
+    }
+    const fs::path picture = desk.pictures[static_cast<size_t>(n)];
+    const std::string ending = picture.extension().string();
+    return FileAnswer(picture, "image/" + (ending.empty() ? "*" : ending.substr(1)));
+}
+
+bool Open(Desk& desk, std::string& error)
+{
+    if (!Sim_ListPictures(desk.options.scene, desk.pictures, error)) {
+        return false;
+    }
+    std::error_code code;
+    std::string name = (fs::temp_directory_path(code) / "qrcode-desk-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        error = "no temporary folder " + name;
+        return false;
+    }
+    desk.folder = name;
+    desk.faults = Faults_List(desk.folder);
+    cv::imwrite(PathOf(desk, WALL_FILE), Sim_EmptyFrame(SNAP_WIDTH, SNAP_HEIGHT));
+    if (!desk.http.Open(
+            desk.options.socket, desk.options.port,
+            [&desk](const HttpRequest& request) { return Answer(desk, request); }, error)) {
+        return false;
+    }
+    epoll_event event = {EPOLLIN, {}};
+    epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.http.WaitFd(), &event);
+    return StartInspector(desk, error) && Launch(desk, error);
+}
+
+void Run(Desk& desk)
+{
+    CameraEvent camera;
+    PanelEvent datagram;
+    std::string line;
+    bool more = false;
+    while (!Stop_Asked()) {
+        TerminalNews news = desk.terminal.Next(more ? 0 : TICK_MS, camera, datagram, line);
+        for (int n = 0; n < PIECES_AT_ONCE && news != NEWS_NONE; ++n) {
+            TakeNews(desk, news, camera, datagram, line);
+            news = desk.terminal.Next(0, camera, datagram, line);
+        }
+        if (news != NEWS_NONE) {
+            TakeNews(desk, news, camera, datagram, line);
+        }
+        more = desk.http.Run();
+        TakeInspector(desk);
+        if (desk.answerMs != 0 && NowMs() >= desk.answerMs) {
+            AnswerHello(desk);
+        }
+        // With a fault a picture that does not come says nothing about the mode.
+        desk.advice.saidIdle = desk.advice.saidIdle || desk.fault != 0;
+        const int64_t nowUs = Panel_NowUs();
+        TellNotes(desk, nowUs, Advice_Time(desk.advice, nowUs));
+        const int64_t nowMs = NowMs();
+        if (nowMs - desk.linesMs >= LINES_MS) {
+            desk.linesMs = nowMs;
+            FollowLog(desk, LOG_SERVICE);
+            FollowLog(desk, LOG_UI);
+            TellLines(desk);
+        }
+        if (nowMs - desk.stateMs >= STATE_MS) {
+            Measure(desk, nowMs);
+            std::string ignored;
+            if (!desk.inspector.Running()) {
+                StartInspector(desk, ignored);
+            }
+        } else if (desk.terminal.Service().Running() != desk.running) {
+            TellState(desk);
+        }
+    }
+}
+
+} // namespace
+
+int Desk_Run(const DeskOptions& options)
+{
+    std::string error;
+    Desk desk(options);
+    if (!Open(desk, error)) {
+        std::fprintf(stderr, "desk: %s\n", error.c_str());
+        return EXIT_FAILED;
+    }
+    std::printf("The terminal is at http://127.0.0.1:%d. Ctrl-C ends it.\n", options.port);
+    std::fflush(stdout);
+    Run(desk);
+    return 0;
+}
