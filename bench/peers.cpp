@@ -21,6 +21,7 @@
 #include "cascade.h"
 #include "command_line.h"
 #include "expected_text.h"
+#include "inspect_picture.h"
 #include "inspect_worker.h"
 #include "message.h"
 #include "process_setup.h"
