@@ -97,8 +97,7 @@ for word in "$variant" "$name"; do
     [[ $word =~ ^[A-Za-z0-9_][A-Za-z0-9_.-]*$ ]] || fail -2 "not a name for a variant or a folder: $word"
 done
 
-# With sanitizers and counters it would be no terminal's program.
-[[ ${variant%%-*} != @(sanitized|covered) ]] || fail -2 "the libraries of $variant are for scripts/fuzz.sh alone"
+refuse_fuzz_libs "$variant"
 
 libraries=() # of the platform, each a file
 for path in "${words[@]:1}"; do

@@ -124,6 +124,12 @@ over_folder()
     realpath -- "$folder"
 }
 
+# refuse_fuzz_libs VARIANT[=FOLDER]: ends with 2 for libraries that are made to be fuzzed.
+refuse_fuzz_libs()
+{
+    [[ ${1%%[=-]*} != @(sanitized|covered) ]] || fail -2 "the libraries of ${1%%=*} are for scripts/fuzz.sh alone"
+}
+
 # over_words VARIANT FOLDER: sets preset, and definitions, the other words that build.sh takes for what is
 # built over the archives in FOLDER.
 over_words()

@@ -17,7 +17,7 @@ if [[ ${1-} == --beside ]]; then
     shift 2
 fi
 arguments 0 0 "$@"
-[[ ${variant%%[=-]*} != @(sanitized|covered) ]] || fail -2 "the libraries of ${variant%%=*} are for scripts/fuzz.sh alone"
+refuse_fuzz_libs "$variant"
 [[ -z $variant ]] || folder=$(over_folder "$variant")
 variant=${variant%%=*}
 cd "$project"
