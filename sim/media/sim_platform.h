@@ -7,7 +7,8 @@
 //   QRCODE_SIM_NEWEST   or a file: the newest picture that was renamed there, see Sim_OpenNewest
 //   QRCODE_SIM_VIEW_MS  how long each picture is on view (default SIM_VIEW_MS)
 //   QRCODE_SIM_EVENTS   file or FIFO for the scene's events (see scene.h)
-//   QRCODE_SIM_SCRIPT   file with scripted faults (see fault_script.h); followed
+//   QRCODE_SIM_SCRIPT   file with scripted faults (see fault_script.h), read again
+//                       when another one is renamed over it
 // Anything wrong with them ends the program there with status 2 and a line on standard error. Like
 // the service, the platform expects all calls from one thread.
 #ifndef SIM_PLATFORM_H

@@ -114,7 +114,7 @@ public:
     bool Show(const std::string& picture, int64_t& timeUs, std::string& error);
     void Clear();
 
-    // --- The newest picture, with that option.
+    // --- The newest picture, with that option; after the first Launch.
 
     // Puts a file of the caller's before the camera, which may remove its own name of it then; an
     // empty name takes away what is there. The file lies in the file system of the temporary files.

@@ -19,12 +19,16 @@ const corner = new OffscreenCanvas(1, 1).getContext("2d", {willReadFrequently: t
 const play = HTMLMediaElement.prototype.play;
 let white = false, since = null;
 window.deskTimes = [];
+window.deskShown = 0;
 HTMLMediaElement.prototype.play = function () {
     const look = (now, frame) => {
         corner.drawImage(this, 20, 20, 1, 1, 0, 0, 1, 1);
         const before = white;
         white = corner.getImageData(0, 0, 1, 1).data[0] > 127;
-        if (white && !before) since = frame.captureTime ?? now;
+        if (white && !before) {
+            since = frame.captureTime ?? now;
+            ++window.deskShown;
+        }
         this.requestVideoFrameCallback(look);
     };
     this.requestVideoFrameCallback(look);
@@ -40,15 +44,15 @@ def times_on_page(server, count):
     page = Page(server, FILM, script=STOPWATCH)
     page.press("camera-toggle")
     page.wait(lambda: page.js("return deskTimes.length") >= count, f"{count} texts", 60 + 2 * film.SCENE_S * count)
-    times = page.js("return deskTimes")
+    times, shown = page.js("return [deskTimes, deskShown]")
     page.driver.quit()
-    return times
+    return times, shown - len(times)
 
 
 def times_of_datagrams(server, count):
     """The film as the page sends it, without one; to the event of the datagram."""
     frames = {name: film.frame(name, sent=True) for name in [None] + film.NAMES}
-    came, times = {}, []
+    came, times, shown = {}, [], set()
 
     def play():
         start = time.perf_counter()
@@ -57,6 +61,7 @@ def times_of_datagrams(server, count):
             name = film.NAMES[int(scene) % len(film.NAMES)] if within < film.SHOWN_S else None
             if name:
                 came[film.text_of(name)] = start + scene * film.SCENE_S
+                shown.add(scene)
             server.do("/picture?from=camera&name=camera", frames[name])
             time.sleep(-(time.perf_counter() - start) % (1 / SENT_PER_S))
 
@@ -66,15 +71,16 @@ def times_of_datagrams(server, count):
         if event["type"] == "datagram" and event.get("text") in came:
             times.append((time.perf_counter() - came[event["text"]]) * 1000)
         if len(times) == count:
-            return times
+            return times, len(shown) - count
         assert player.is_alive(), "no more frames are sent"
 
 
 def times(server, count):
     for what, measure in (("on the page", times_on_page), ("without a browser", times_of_datagrams)):
-        found = sorted(measure(server, count)[:count])
+        found, missed = measure(server, count)
+        found = sorted(found[:count])
         print(f"{what}: {count} codes, median {statistics.median(found):.0f} ms, "
-              f"95 % {found[int(0.95 * (count - 1))]:.0f} ms", flush=True)
+              f"95 % {found[int(0.95 * (count - 1))]:.0f} ms; {missed} shown and not read", flush=True)
         server.do("/clear")
         server.do("/restart")
 
@@ -112,9 +118,9 @@ def hour(server, minutes):
         views, since = view, time.monotonic()
         if len(lines) == minutes:
             break
-    first = min(SETTLED, len(lines)) - 1
-    print(f"growth after minute {first + 1}: "
-          + ", ".join(f"{name} {value - lines[first][name]:+}" for name, value in lines[-1].items()))
+    if len(lines) > SETTLED:
+        print(f"growth after minute {SETTLED}: " + ", ".join(
+            f"{name} {value - lines[SETTLED - 1][name]:+}" for name, value in lines[-1].items()))
 
 
 if __name__ == "__main__":

@@ -6,7 +6,6 @@ import pathlib
 import signal
 import socket
 import subprocess
-import time
 import unittest
 
 from selenium.webdriver.common.action_chains import ActionChains
@@ -79,7 +78,6 @@ class DeskTest(unittest.TestCase):
             page.choose(name)
             page.shows("verdict", words)
             looks.add((page.at("verdict-word").value_of_css_property("color"), page.text("verdict-word")))
-            time.sleep(1)  # so long after a report the same code is one that was shown anew
         self.assertEqual(len(looks), 4)
         self.shows_text_of("badge")
         page.press("disable")

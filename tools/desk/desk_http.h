@@ -11,8 +11,7 @@
 #include <string>
 
 enum {
-    HTTP_UPLOAD_MAX =
-        32 << 20, // bytes of a request's body; a larger one is read to its end and refused
+    HTTP_UPLOAD_MAX = 32 << 20, // bytes of a request's body; a larger one is refused
     HTTP_CONNECTIONS_MAX = 64,
     HTTP_QUEUE_MAX = 16 << 20, // bytes that a client of events may be behind before it is cut off
     HTTP_SILENCE_S = 60        // of a connection before it is closed
@@ -61,8 +60,9 @@ public:
     // with the reason.
     bool Open(int socket, uint16_t port, HttpHandler handler, std::string& error);
 
-    // Does what there is to do. Returns true when there is more, which WaitFd need not show.
     int WaitFd() const;
+
+    // Does what there is to do. Returns true when there is more, which WaitFd need not show.
     bool Run();
 
     // To all clients of events, now or when they can take it. In Http_Event's form.

@@ -49,7 +49,7 @@ DeskRecord Inspect(const std::string& folder, const std::string& name)
         tile.drawn.copyTo(all(cv::Rect(at, tile.drawn.size())));
         std::snprintf(record.findings[n], sizeof(record.findings[n]), "%s", tile.finding.c_str());
     }
-    cv::imwrite(folder + TILES_FILE, all, {cv::IMWRITE_JPEG_QUALITY, QUALITY});
+    cv::imwrite(folder + "/" + TILES_FILE, all, {cv::IMWRITE_JPEG_QUALITY, QUALITY});
     return record;
 }
 

@@ -7,7 +7,7 @@
 
 // The sixteen pictures of the reading inspected last, 400 x 400 each, in a folder's file: attempt
 // n, 1 to 8, in column (n - 1) % 4 and row 2 * ((n - 1) / 4), its opened twin below it.
-const char TILES_FILE[] = "/tiles.jpg";
+const char TILES_FILE[] = "tiles.jpg";
 
 // The inspector's life: a line on standard input names a picture's file in the folder; what is read
 // of it comes on standard output, one line of JSON, once its tiles are in the folder: as

@@ -24,8 +24,10 @@
 #include "desk_faults.h"
 #include "desk_http.h"
 #include "desk_inspector.h"
+#include "fault_script.h"
 #include "inspect_worker.h"
 #include "link_advice.h"
+#include "log_write.h"
 #include "panel_socket.h"
 #include "scene_files.h"
 #include "snap_channel.h"
@@ -54,8 +56,7 @@ enum {
 
 const char WALL_FILE[] = "wall.png";
 const char SEEN_FILE[] = "seen.jpg"; // what is before the camera, the way it is seen there
-const char LOG_FOLDER[] = "/Database/doorlog/";
-const char LOG_END[] = "</br>";
+const char LOG_END[] = "</br>";      // of an entry, see log_write.h
 
 enum DeskStream { LOG_SERVICE, LOG_UI, OUTPUT, ERRORS, STREAMS };
 const char* const STREAM_NAMES[] = {"qrcodelog.txt", "uilog.txt", "stdout", "stderr"};
@@ -86,6 +87,7 @@ struct DeskView {
     std::string file; // name in the desk's folder; empty for the wall
     std::string name;
     std::string from = "wall";
+    double time = 0.0; // when it came there, in seconds
 };
 
 struct DeskStreamState {
@@ -124,7 +126,7 @@ struct Desk {
     double cpuPercent = 0.0;
     int64_t stateMs = 0;
     int64_t linesMs = 0;
-    std::string tiles; // of the reading told last
+    std::vector<uint8_t> tiles; // of the reading told last
     std::array<DeskStreamState, STREAMS> streams;
     std::map<std::string, std::deque<std::string>> told; // by kind
 };
@@ -139,12 +141,6 @@ int64_t NowMs()
 std::string Dump(const json& event)
 {
     return Http_Event(event.dump(-1, ' ', false, json::error_handler_t::replace));
-}
-
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string Word(const HttpRequest& request, const char* name)
@@ -294,10 +290,9 @@ void AddLine(Desk& desk, DeskStream stream, const std::string& line)
     }
 }
 
-void FollowLog(Desk& desk, DeskStream stream)
+void FollowLog(Desk& desk, DeskStream stream, const char* path)
 {
     DeskStreamState& log = desk.streams[stream];
-    const std::string path = std::string(LOG_FOLDER) + STREAM_NAMES[stream];
     std::error_code code;
     const uintmax_t size = fs::file_size(path, code);
     if (code || size == log.offset) {
@@ -393,18 +388,6 @@ bool Launch(Desk& desk, std::string& error)
 
 // --- The inspector.
 
-bool StartInspector(Desk& desk, std::string& error)
-{
-    ProgramOptions program;
-    program.command = {"/proc/self/exe", "--inspect", desk.folder};
-    program.input = true;
-    const bool started = desk.inspector.Start(program, error);
-    epoll_event event = {EPOLLIN, {}};
-    epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.inspector.OutputFd(), &event);
-    desk.inspecting = false;
-    return started;
-}
-
 // Removes a picture's file that nobody needs any more.
 void Drop(const Desk& desk, const std::string& file)
 {
@@ -413,6 +396,21 @@ void Drop(const Desk& desk, const std::string& file)
         std::error_code ignored;
         fs::remove(PathOf(desk, file), ignored);
     }
+}
+
+bool StartInspector(Desk& desk, std::string& error)
+{
+    ProgramOptions program;
+    program.command = {"/proc/self/exe", "--inspect", desk.folder};
+    program.input = true;
+    const bool started = desk.inspector.Start(program, error);
+    epoll_event event = {EPOLLIN, {}};
+    epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.inspector.OutputFd(), &event);
+    desk.inspecting = false; // what the one before had is asked for anew
+    const std::string unread = desk.inspected.file;
+    desk.inspected = DeskView{-1, "", "", ""};
+    Drop(desk, unread);
+    return started;
 }
 
 void AskInspector(Desk& desk)
@@ -437,8 +435,8 @@ void TakeInspector(Desk& desk)
         reading["type"] = "reading";
         reading["k"] = ++desk.readings;
         reading["view"] = desk.inspected.k;
-        reading["name"] = desk.inspected.name;
-        desk.tiles = ReadFile(desk.folder + TILES_FILE);
+        reading["shown"] = desk.inspected.time;
+        Sim_ReadFile(PathOf(desk, TILES_FILE), desk.tiles);
         Tell(desk, "reading", reading);
         desk.inspecting = false;
         Drop(desk, desk.inspected.file);
@@ -450,9 +448,9 @@ void TakeInspector(Desk& desk)
 
 HttpAnswer FileAnswer(const std::string& path, const std::string& type)
 {
-    std::error_code code;
-    return fs::is_regular_file(path, code) ? HttpAnswer{200, type, ReadFile(path), false}
-                                           : Http_Error(404, "it is not there");
+    std::vector<uint8_t> bytes;
+    return Sim_ReadFile(path, bytes) ? HttpAnswer{200, type, {bytes.begin(), bytes.end()}, false}
+                                     : Http_Error(404, "it is not there");
 }
 
 std::string Begin(const Desk& desk)
@@ -485,6 +483,7 @@ void SetView(Desk& desk, const DeskView& view)
 {
     const std::string before = desk.view.file;
     desk.view = view;
+    desk.view.time = static_cast<double>(Panel_NowUs()) / 1e6;
     Drop(desk, before);
     AskInspector(desk);
 }
@@ -598,7 +597,7 @@ HttpAnswer Answer(Desk& desk, const HttpRequest& request)
         return {200, "", Begin(desk), true};
     }
     if (path == "/tiles") {
-        return {200, "image/jpeg", desk.tiles, false};
+        return {200, "image/jpeg", {desk.tiles.begin(), desk.tiles.end()}, false};
     }
     if (path == "/view" && !desk.view.file.empty()) {
         return FileAnswer(PathOf(desk, SEEN_FILE), "image/jpeg");
@@ -666,8 +665,8 @@ void Run(Desk& desk)
         const int64_t nowMs = NowMs();
         if (nowMs - desk.linesMs >= LINES_MS) {
             desk.linesMs = nowMs;
-            FollowLog(desk, LOG_SERVICE);
-            FollowLog(desk, LOG_UI);
+            FollowLog(desk, LOG_SERVICE, QRCODE_LOG_PATH);
+            FollowLog(desk, LOG_UI, UI_LOG_PATH);
             TellLines(desk);
         }
         if (nowMs - desk.stateMs >= STATE_MS) {

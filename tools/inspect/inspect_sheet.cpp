@@ -171,7 +171,6 @@ SheetTile MakeTile(const WatchedReading& reading, const cv::Mat& picture, int at
     tile.title =
         std::to_string(attempt) + " " + Qrcode_AttemptName(attempt) + (opened ? ", opened" : "");
     tile.finding = FindingOf(scan, tile.made);
-    tile.symbols = scan.symbols.size();
     tile.drawn = Drawn(picture, scan, located, scale,
                        tile.won ? GRADE_COLOURS[Report_Grade(reading)] : BLUE, !tile.made);
     return tile;

@@ -15,7 +15,6 @@ struct SheetTile {
     std::string finding; // "nothing", "QR-Code "TEXT"", "not made, would find nothing"
     bool made = false;   // by the reading
     bool won = false;
-    size_t symbols = 0;
     cv::Mat drawn; // its longer side of `side` pixels; blue-green-red
 };
 

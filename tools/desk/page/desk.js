@@ -6,7 +6,6 @@ const FRAME_MS = 1000 / 12; // between frames of this computer's camera
 const RETRY_MS = 1000;      // until a lost connection is tried again
 const SILENT_MS = 5000;     // there is a state every second: a longer silence is a lost connection
 const REPORT_MS = 2000;     // within which the service reports what it can read, as a rule
-const AHEAD_MS = 700;       // by which its report may come before the desk's own reading
 const REPORT_MIN = 11;      // bytes: a shorter text is never reported
 const ROWS = 200;           // datagrams and notes kept
 const LINES = 500;          // kept of each log
@@ -26,7 +25,7 @@ let begin = null;   // the event that opened this connection
 let state = null;   // the newest of their kind
 let reading = null;
 let told = null;    // the last result: {hex, at, old: of a service before, passed: since then read other}
-let showing = null; // what is read without a break: {hex: of its text, view, since}
+let showing = null; // what is read without a break: {hex: of its text, view, shown: that view, since}
 
 const $ = (id) => document.getElementById(id);
 const all = (selector) => document.querySelectorAll(selector);
@@ -244,7 +243,7 @@ function verdict() {
     const same = told && !told.old && told.hex === showing.hex;
     const once = same && `at ${clock(told.at)}, not sent again until a reading finds nothing`;
     const asIs = reading.outcome === "altered" ? ["altered", "Reported, altered"] : ["reported", "Reported"];
-    if (same && told.at >= showing.since - AHEAD_MS) return [...asIs, once];
+    if (same && told.at >= showing.since) return [...asIs, once];
     if (same && (!told.passed || waited > REPORT_MS)) return ["seen", "Seen before", `reported ${once}`];
     if (waited < REPORT_MS) return ["idle", "Read here", "the service has not reported it yet"];
     const fault = state?.fault ? `; the platform has the fault "${begin.faults[state.fault]?.name}"` : "";
@@ -474,9 +473,12 @@ const HANDLERS = {
         reading = event;
         const text = /^(read|text|altered)$/.test(reading.outcome) ? reading.hex : "";
         const moved = showing?.view !== reading.view && state?.view.from !== "camera";
-        const since = !showing ? 0 : moved || text !== showing.hex ? Date.now() : showing.since;
+        const shown = reading.shown * 1000;
+        // Of the camera's pictures not all are read here: the first with this text may have come right after the last
+        // that was read without it.
+        const since = !showing ? 0 : moved ? shown : text !== showing.hex ? showing.shown : showing.since;
         if (told && text !== told.hex) told.passed = true;
-        showing = { hex: text, view: reading.view, since };
+        showing = { hex: text, view: reading.view, shown, since };
         showReading();
     },
     lines(event) {
