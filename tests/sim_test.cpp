@@ -190,6 +190,22 @@ TEST_F(SimTest, ScriptedFrameTimeHoldsInsteadOfTheRate)
               HI_MPI_VENC_GetStream(CHN, &stream, 2 * SIM_FRAME_MS));
 }
 
+TEST_F(SimTest, PictureThatNobodyLooksAtCountsForTheRate)
+{
+    SimScript script;
+    std::string error;
+    ASSERT_TRUE(Sim_ParseScript("frame-ms 500", script, error));
+    Sim_SetScript(script);
+    Snap();
+    Start();
+    ASSERT_TRUE(Readable(HI_MPI_VENC_GetFd(CHN), -1));
+    EXPECT_EQ(0, HI_MPI_SYS_UnBind(&CAMERA, &ENCODER));
+    EXPECT_EQ(0, HI_MPI_VENC_StopRecvFrame(CHN));
+    EXPECT_EQ(0, HI_MPI_VENC_DestroyChn(CHN));
+    Start();
+    EXPECT_FALSE(Readable(HI_MPI_VENC_GetFd(CHN), SIM_FRAME_MS));
+}
+
 TEST_F(SimTest, CameraSeesThePictureFittedCentredAndMirrored)
 {
     cv::Mat picture(100, 800, CV_8UC3, cv::Scalar(0, 0, 255)); // red, its left half blue

@@ -182,12 +182,18 @@ void AwaitPicture(EncoderChannel& channel)
     FollowScript(channel);
 }
 
+// True when the time of the awaited picture has come.
+bool IsDue(const EncoderChannel& channel)
+{
+    return channel.picture == ChannelPicture::AWAITED && !State().script.pictureNever &&
+           channel.bound && NowNs() >= channel.dueNs;
+}
+
 // Makes the awaited picture ready when its time has come.
 void LookForPicture(EncoderChannel& channel)
 {
     SimState& state = State();
-    if (channel.picture != ChannelPicture::AWAITED || state.script.pictureNever || !channel.bound ||
-        NowNs() < channel.dueNs) {
+    if (!IsDue(channel)) {
         return;
     }
     state.lastFrameNs = NowNs();
@@ -428,6 +434,9 @@ int HI_MPI_SYS_UnBind(const MediaEndpoint* src, const MediaEndpoint* dst)
     return CallOnEnds(SIM_SYS_UNBIND, src, dst, [](EncoderChannel& channel) {
         if (!channel.bound) {
             return SIM_ABSENT;
+        }
+        if (IsDue(channel)) { // it came, and nobody looked: the next one takes its time, too
+            State().lastFrameNs = NowNs();
         }
         channel.bound = false;
         SetTimer(channel, 0);
