@@ -44,5 +44,11 @@ const sigset_t* Stop_WaitMask()
 
 bool Stop_Asked()
 {
+    // A wait that finds something ready at once takes no signal: what is pending counts, too.
+    sigset_t pending;
+    sigpending(&pending);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        asked = asked != 0 || (taken && sigismember(&pending, signal) == 1);
+    }
     return asked != 0;
 }
