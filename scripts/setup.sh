@@ -6,11 +6,11 @@
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code
+#   desk   the first, and the terminal in a browser
+#   desk-test  ... and its test
 #   libs   to make the terminal's file, over a platform from outside; without "build"
 #   device ... over the simulated one, and to emulate it
 #   fuzz   ... to fuzz it, and the libraries
-#   desk   ... and the terminal in a browser
-#   desk-test  ... and its test, in a browser
 #   supervise  to run and watch the service under systemd and BusyBox
 #   bench  to measure what the service costs
 # Ends with 0, 1 when something cannot be installed, 2 on wrong usage.

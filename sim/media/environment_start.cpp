@@ -44,7 +44,8 @@ bool Sim_SetUp()
     const std::string events = Environment("QRCODE_SIM_EVENTS");
     const std::string newest = Environment("QRCODE_SIM_NEWEST");
     if (scene.empty() && newest.empty() && !(view.empty() && events.empty())) {
-        RefuseStart("QRCODE_SIM_VIEW_MS and QRCODE_SIM_EVENTS want a QRCODE_SIM_SCENE");
+        RefuseStart("QRCODE_SIM_VIEW_MS and QRCODE_SIM_EVENTS want a QRCODE_SIM_SCENE or a "
+                    "QRCODE_SIM_NEWEST");
     }
     if (!scene.empty() && !newest.empty()) {
         RefuseStart("QRCODE_SIM_SCENE and QRCODE_SIM_NEWEST exclude each other");
