@@ -102,8 +102,8 @@ function complain(text) {
 async function post(path, body, quiet = false) {
     try {
         const answer = await fetch(path, { method: "POST", body });
+        const said = await answer.json().catch(() => ({})); // Chromium never lets go of one that is not read
         if (answer.ok) return true;
-        const said = await answer.json().catch(() => ({}));
         complain(visible(said.error || `The desk answered ${answer.status} to ${path}.`));
     } catch {
         if (online && !quiet) complain("The desk gave no answer; it may have ended.");
