@@ -1,7 +1,6 @@
 #include "desk_http.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <memory>
 #include <microhttpd.h>
@@ -11,9 +10,8 @@ namespace
 {
 
 enum {
-    EVENT_BLOCK = 65536,        // bytes handed to the library at once
-    CONNECTION_BUFFER = 262144, // bytes, the library's
-    RUNS_AT_ONCE = 32
+    EVENT_BLOCK = 65536,       // bytes handed to the library at once
+    CONNECTION_BUFFER = 262144 // bytes, the library's
 };
 
 // What the page may load and do, and that it may stand in no other page.
@@ -37,7 +35,7 @@ MHD_Result AddQuery(void* request, MHD_ValueKind, const char* key, const char* v
 ssize_t TakeEvents(void* listener, uint64_t, char* bytes, size_t size)
 {
     auto* const to = static_cast<HttpListener*>(listener);
-    if (to->cutOff) {
+    if (to->queue.size() > HTTP_QUEUE_MAX) {
         return MHD_CONTENT_READER_END_WITH_ERROR;
     }
     if (to->queue.empty()) {
@@ -53,11 +51,11 @@ ssize_t TakeEvents(void* listener, uint64_t, char* bytes, size_t size)
 
 MHD_Response* MakeResponse(Http& http, MHD_Connection* connection, const HttpAnswer& answer)
 {
-    if (!answer.events) {
+    if (answer.type != HTTP_EVENTS) {
         return MHD_create_response_from_buffer(
             answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
     }
-    http.AllListeners().push_back({connection, answer.body, false, false});
+    http.AllListeners().push_back({connection, answer.body, false});
     return MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, EVENT_BLOCK, &TakeEvents,
                                              &http.AllListeners().back(), nullptr);
 }
@@ -65,8 +63,7 @@ MHD_Response* MakeResponse(Http& http, MHD_Connection* connection, const HttpAns
 // A request on its way. One that is refused keeps nothing of its body.
 struct Incoming {
     HttpRequest request;
-    bool refused = false;
-    HttpAnswer answer;
+    std::string refusal;
 };
 
 // One request, called for its head, for each piece of its body, and at its end.
@@ -76,15 +73,8 @@ MHD_Result Handle(void* self, MHD_Connection* connection, const char* url, const
     auto& http = *static_cast<Http*>(self);
     auto* incoming = static_cast<Incoming*>(*state);
     if (incoming == nullptr) {
-        incoming = new Incoming;
+        incoming = new Incoming{{method, url, {}, ""}, http.Refusal(connection)};
         *state = incoming;
-        incoming->request.path = url;
-        incoming->request.post = std::strcmp(method, "POST") == 0;
-        incoming->refused = !http.IsOwn(connection, incoming->answer);
-        if (!incoming->request.post && std::strcmp(method, "GET") != 0) {
-            incoming->refused = true;
-            incoming->answer = Http_Error(405, "only GET and POST are served");
-        }
         MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &AddQuery, &incoming->request);
         return MHD_YES;
     }
@@ -92,17 +82,18 @@ MHD_Result Handle(void* self, MHD_Connection* connection, const char* url, const
     if (*uploadBytes > 0) {
         // A refused or too large body is read to its end: a client that still sends may not see the
         // answer.
-        if (!incoming->refused && body.size() <= HTTP_UPLOAD_MAX) {
+        if (incoming->refusal.empty() && body.size() <= HTTP_UPLOAD_MAX) {
             body.append(upload, *uploadBytes);
         }
         *uploadBytes = 0;
         return MHD_YES;
     }
-    const HttpAnswer answer = incoming->refused ? incoming->answer : http.Answer(incoming->request);
+    const HttpAnswer answer = incoming->refusal.empty() ? http.Answer(incoming->request)
+                                                        : Http_Error(403, incoming->refusal);
     const std::unique_ptr<MHD_Response, void (*)(MHD_Response*)> response(
         MakeResponse(http, connection, answer), &MHD_destroy_response);
     const std::pair<const char*, std::string> headers[] = {
-        {"Content-Type", answer.events ? "text/event-stream" : answer.type},
+        {"Content-Type", answer.type},
         {"Cache-Control", "no-store"},
         {"Content-Security-Policy", POLICY},
         {"Cross-Origin-Resource-Policy", "same-origin"},
@@ -127,12 +118,7 @@ HttpAnswer Http_Error(unsigned int status, const std::string& words)
 {
     const nlohmann::json json = {{"error", words}};
     return {status, "application/json",
-            json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), false};
-}
-
-std::string Http_Event(const std::string& json)
-{
-    return "data: " + json + "\n\n";
+            json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
 }
 
 Http::~Http()
@@ -170,19 +156,14 @@ int Http::WaitFd() const
 bool Http::Run()
 {
     MHD_UNSIGNED_LONG_LONG waitMs = 0;
-    bool more = true;
-    for (int n = 0; n < RUNS_AT_ONCE && more; ++n) {
-        MHD_run(daemon_);
-        more = MHD_get_timeout(daemon_, &waitMs) == MHD_YES && waitMs == 0;
-    }
-    return more;
+    MHD_run(daemon_);
+    return MHD_get_timeout(daemon_, &waitMs) == MHD_YES && waitMs == 0;
 }
 
 void Http::Publish(const std::string& event)
 {
     for (HttpListener& listener : listeners_) {
-        listener.cutOff = listener.cutOff || listener.queue.size() > HTTP_QUEUE_MAX;
-        listener.queue += listener.cutOff ? "" : event;
+        listener.queue += listener.queue.size() > HTTP_QUEUE_MAX ? "" : event;
         if (listener.waits) {
             listener.waits = false;
             MHD_resume_connection(listener.connection);
@@ -193,25 +174,22 @@ void Http::Publish(const std::string& event)
 // A page of another site that this browser shows can send requests here, too, under another name
 // for this machine even as one of the same site: whoever is named, and for whom the browser asks,
 // is looked at.
-bool Http::IsOwn(MHD_Connection* connection, HttpAnswer& refusal) const
+std::string Http::Refusal(MHD_Connection* connection) const
 {
     const std::string port = ":" + std::to_string(port_);
     const std::string host = Header(connection, "Host");
     const std::string origin = Header(connection, "Origin");
     const std::string site = Header(connection, "Sec-Fetch-Site");
-    const bool named = host == "127.0.0.1" + port || host == "localhost" + port;
+    if (host != "127.0.0.1" + port && host != "localhost" + port) {
+        return "not a name of this server: " + host;
+    }
     const bool ours = (origin.empty() || origin == "http://" + host) &&
                       (site.empty() || site == "same-origin" || site == "none");
-    refusal = Http_Error(403, named ? "a request of another page: " + origin
-                                    : "not a name of this server: " + host);
-    return named && ours;
+    return ours ? "" : "a request of another page: " + origin;
 }
 
 HttpAnswer Http::Answer(const HttpRequest& request) const
 {
-    if (request.body.size() > HTTP_UPLOAD_MAX) {
-        return Http_Error(413, "larger than " + std::to_string(HTTP_UPLOAD_MAX >> 20) + " MB");
-    }
     try { // nothing may be thrown through the library
         return handler_(request);
     } catch (const std::exception& exception) {

@@ -11,24 +11,25 @@
 #include <string>
 
 enum {
-    HTTP_UPLOAD_MAX = 32 << 20, // bytes of a request's body; a larger one is refused
+    HTTP_UPLOAD_MAX = 32 << 20, // bytes of a request's body
     HTTP_CONNECTIONS_MAX = 64,
     HTTP_QUEUE_MAX = 16 << 20, // bytes that a client of events may be behind before it is cut off
     HTTP_SILENCE_S = 60        // of a connection before it is closed
 };
 
 struct HttpRequest {
-    bool post = false; // else it is a GET
-    std::string path;  // decoded, without the query
+    std::string method;
+    std::string path; // decoded, without the query
     std::map<std::string, std::string> query;
-    std::string body;
+    std::string body; // longer than HTTP_UPLOAD_MAX: not all of it, for the handler to refuse
 };
+
+const char HTTP_EVENTS[] = "text/event-stream";
 
 struct HttpAnswer {
     unsigned int status = 200;
-    std::string type = "application/json";
+    std::string type = "application/json"; // HTTP_EVENTS: after the body comes what Publish sends
     std::string body = "{}";
-    bool events = false; // in place of a body: this client gets `body`, then what Publish sends
 };
 
 using HttpHandler = std::function<HttpAnswer(const HttpRequest&)>;
@@ -36,18 +37,14 @@ using HttpHandler = std::function<HttpAnswer(const HttpRequest&)>;
 // {"error": words} with that status.
 HttpAnswer Http_Error(unsigned int status, const std::string& words);
 
-// As a client of events gets it: "data: ...", two line ends.
-std::string Http_Event(const std::string& json);
-
 struct MHD_Connection;
 struct MHD_Daemon;
 
 // A client that takes events.
 struct HttpListener {
     MHD_Connection* connection = nullptr;
-    std::string queue; // what it did not take yet
+    std::string queue; // what it did not take yet; longer than HTTP_QUEUE_MAX: it is cut off
     bool waits = false;
-    bool cutOff = false; // too far behind
 };
 
 class Http
@@ -65,12 +62,12 @@ public:
     // Does what there is to do. Returns true when there is more, which WaitFd need not show.
     bool Run();
 
-    // To all clients of events, now or when they can take it. In Http_Event's form.
+    // To all clients of events, now or when they can take it: "data: ...", two line ends.
     void Publish(const std::string& event);
 
-    // For the library's callbacks: whether a request is of this server's own page, and what it is
-    // answered.
-    bool IsOwn(MHD_Connection* connection, HttpAnswer& refusal) const;
+    // For the library's callbacks: why a request is not of this server's own page, empty if it is;
+    // and what it is answered.
+    std::string Refusal(MHD_Connection* connection) const;
     HttpAnswer Answer(const HttpRequest& request) const;
     std::list<HttpListener>& AllListeners() { return listeners_; }
 

@@ -49,7 +49,9 @@ DeskRecord Inspect(const std::string& folder, const std::string& name)
         tile.drawn.copyTo(all(cv::Rect(at, tile.drawn.size())));
         std::snprintf(record.findings[n], sizeof(record.findings[n]), "%s", tile.finding.c_str());
     }
-    cv::imwrite(folder + "/" + TILES_FILE, all, {cv::IMWRITE_JPEG_QUALITY, QUALITY});
+    const std::string unfinished = folder + "/new-" + TILES_FILE; // the page may fetch at any time
+    cv::imwrite(unfinished, all, {cv::IMWRITE_JPEG_QUALITY, QUALITY});
+    std::rename(unfinished.c_str(), (folder + "/" + TILES_FILE).c_str());
     return record;
 }
 

@@ -1,7 +1,6 @@
 #include "desk_session.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <climits>
 #include <cstdio>
@@ -45,7 +44,6 @@ enum {
     TICK_MS = 50,
     STATE_MS = 1000,       // between two states
     LINES_MS = 100,        // between two looks at the logs, and between lines of one stream
-    LATE_ANSWER_MS = 1000, // far behind the service's one look at the mode
     LINES_AT_ONCE = 100,   // of one stream; the rest is counted
     LINES_KEPT = 5,        // events of them, of a stream, for a page that comes later
     LINK_KEPT = 200,       // datagrams and notes
@@ -54,12 +52,14 @@ enum {
     CHECK_SECONDS = 3 // for a picture to be looked at: the page takes 5 s of silence for the end
 };
 
+// In the desk's folder.
 const char WALL_FILE[] = "wall.png";
-const char SEEN_FILE[] = "seen.jpg"; // what is before the camera, the way it is seen there
-const char LOG_END[] = "</br>";      // of an entry, see log_write.h
+const char NEXT_FILE[] = "next";     // to come before the camera
+const char VIEW_FILE[] = "view";     // before the camera
+const char ASKED_FILE[] = "asked";   // at the inspector: another name of what was the view then
+const char SEEN_FILE[] = "seen.jpg"; // the view as it is seen there; none of the page's camera
 
-enum DeskStream { LOG_SERVICE, LOG_UI, OUTPUT, ERRORS, STREAMS };
-const char* const STREAM_NAMES[] = {"qrcodelog.txt", "uilog.txt", "stdout", "stderr"};
+const char LOG_END[] = "</br>"; // of an entry, see log_write.h
 
 // By path: the file, and its type.
 const std::map<std::string, std::pair<std::string, std::string>> PAGE_FILES = {
@@ -73,8 +73,9 @@ const std::map<std::string, std::pair<int32_t, bool>> COMMANDS = {
     {"/disable", {MSG_CMD_QRCODE_DISABLE, false}},
     {"/stop", {MSG_CMD_QRCODE_STOP, false}}};
 
-// How a hello is answered.
-const std::array<std::string, 3> ANSWERS = {"now", "late", "never"};
+// How a hello is answered: so many ms after it came; below 0 never. The late one is far behind the
+// service's one look at the mode.
+const std::map<std::string, int> ANSWERS = {{"now", 0}, {"late", 1000}, {"never", -1}};
 
 // Why a file cannot be shown. Flat: crosses a pipe.
 struct CheckRecord {
@@ -83,18 +84,16 @@ struct CheckRecord {
 
 // What is before the camera.
 struct DeskView {
-    int k = 0;        // counts what was handed over
-    std::string file; // name in the desk's folder; empty for the wall
+    int k = 0; // counts what was handed over
     std::string name;
     std::string from = "wall";
     double time = 0.0; // when it came there, in seconds
 };
 
-struct DeskStreamState {
+// A log, or an output of the service.
+struct DeskStream {
     std::vector<std::string> lines; // to be told
-    size_t leftOut = 0;
-    uint64_t offset = 0; // of a log
-    std::string rest;    // ... its last entry so far
+    uintmax_t offset = 0;           // of a log, behind its last whole entry
     bool emptied = false;
 };
 
@@ -111,23 +110,20 @@ struct Desk {
     Terminal terminal;
     LinkAdvice advice;
     Program inspector;
-    DeskView inspected{-1, "", "", ""}; // the last
+    DeskView inspected; // the last
     bool inspecting = false;
     DeskView view;
-    int readings = 0;
     int mode = 1; // what the next hello is answered with
     bool enable = true;
-    std::string answer = ANSWERS[0];
+    std::string answer = "now";
     int64_t answerMs = 0; // when one is due, 0 for none
     size_t fault = 0;
-    bool running = false;      // as it was told last
     std::deque<double> frames; // seconds, of the last second and two more
     ProcessFigures figures;
     double cpuPercent = 0.0;
     int64_t stateMs = 0;
     int64_t linesMs = 0;
-    std::vector<uint8_t> tiles; // of the reading told last
-    std::array<DeskStreamState, STREAMS> streams;
+    std::map<std::string, DeskStream> streams;           // by name
     std::map<std::string, std::deque<std::string>> told; // by kind
 };
 
@@ -138,9 +134,10 @@ int64_t NowMs()
         .count();
 }
 
+// As a client of events gets it.
 std::string Dump(const json& event)
 {
-    return Http_Event(event.dump(-1, ' ', false, json::error_handler_t::replace));
+    return "data: " + event.dump(-1, ' ', false, json::error_handler_t::replace) + "\n\n";
 }
 
 std::string Word(const HttpRequest& request, const char* name)
@@ -179,9 +176,7 @@ Desk::~Desk()
 {
     inspector.Stop();
     terminal.Stop();
-    if (wait >= 0) {
-        close(wait);
-    }
+    close(wait);
     std::error_code ignored;
     if (!folder.empty()) {
         fs::remove_all(folder, ignored);
@@ -222,46 +217,38 @@ void TellDatagram(Desk& desk, const PanelEvent& event)
     TellNotes(desk, event.timeUs, Advice_Time(desk.advice, event.timeUs));
     json told = json::parse(Panel_EventJson(event));
     told["type"] = "datagram";
-    told["hex"] = Text_Hex({event.datagram.begin(), event.datagram.end()});
+    told["datagram"] = Text_Hex({event.datagram.begin(), event.datagram.end()});
     Tell(desk, "link", told);
     TellNotes(desk, event.timeUs, Advice_Datagram(desk.advice, event));
 }
 
 void TellState(Desk& desk)
 {
-    desk.running = desk.terminal.Service().Running();
+    const bool running = desk.terminal.Service().Running();
     const LinkAdvice& advice = desk.advice;
-    const size_t count = desk.frames.size();
-    json state = {
-        {"type", "state"},
-        {"service", !desk.running                ? "ended"
-                    : advice.fate == FATE_OPEN   ? "starting"
-                    : advice.fate == FATE_PARKED ? "parked"
-                                                 : "running"},
-        {"end", desk.running ? "" : desk.terminal.Service().EndText()},
-        {"pid", desk.terminal.Service().Pid()},
-        {"upS", static_cast<double>(Panel_NowUs() - desk.terminal.StartUs()) / 1e6},
-        {"threads", desk.figures.threads},
-        {"descriptors", desk.figures.descriptors},
-        {"cpuPercent", desk.cpuPercent},
-        {"residentKib", desk.figures.residentKib},
-        {"peakKib", desk.figures.peakKib},
-        {"mode", nullptr},
-        {"enabled", advice.enabled},
-        {"answer", desk.answer},
-        {"answerMode", desk.mode},
-        {"answerEnable", desk.enable},
-        {"fault", desk.fault},
-        {"betweenMs", nullptr},
-        {"readingsPerS", std::max<size_t>(count, 2) - 2},
-        {"view", {{"k", desk.view.k}, {"name", desk.view.name}, {"from", desk.view.from}}}};
-    if (advice.modeCame) {
-        state["mode"] = advice.mode;
-    }
-    if (count > 1) {
-        state["betweenMs"] = (desk.frames[count - 1] - desk.frames[count - 2]) * 1000.0;
-    }
-    Tell(desk, "state", state);
+    const std::deque<double>& frames = desk.frames;
+    const size_t count = frames.size();
+    Tell(
+        desk, "state",
+        {{"type", "state"},
+         {"service", !running                     ? "ended"
+                     : advice.fate == FATE_OPEN   ? "starting"
+                     : advice.fate == FATE_PARKED ? "parked"
+                                                  : "running"},
+         {"end", running ? "" : desk.terminal.Service().EndText()},
+         {"threads", desk.figures.threads},
+         {"descriptors", desk.figures.descriptors},
+         {"cpuPercent", desk.cpuPercent},
+         {"residentKib", desk.figures.residentKib},
+         {"mode", advice.modeCame ? json(advice.mode) : json()},
+         {"enabled", advice.enabled},
+         {"answer", desk.answer},
+         {"answerMode", desk.mode},
+         {"answerEnable", desk.enable},
+         {"fault", desk.fault},
+         {"betweenMs", count > 1 ? json((frames[count - 1] - frames[count - 2]) * 1000.0) : json()},
+         {"readingsPerS", std::max<size_t>(count, 2) - 2},
+         {"view", {{"k", desk.view.k}, {"name", desk.view.name}, {"from", desk.view.from}}}});
 }
 
 // Once a second.
@@ -280,19 +267,9 @@ void Measure(Desk& desk, int64_t nowMs)
     TellState(desk);
 }
 
-void AddLine(Desk& desk, DeskStream stream, const std::string& line)
+// Takes what is new in a log.
+void FollowLog(DeskStream& log, const char* path)
 {
-    DeskStreamState& to = desk.streams[stream];
-    if (to.lines.size() < LINES_AT_ONCE) {
-        to.lines.push_back(line);
-    } else {
-        ++to.leftOut;
-    }
-}
-
-void FollowLog(Desk& desk, DeskStream stream, const char* path)
-{
-    DeskStreamState& log = desk.streams[stream];
     std::error_code code;
     const uintmax_t size = fs::file_size(path, code);
     if (code || size == log.offset) {
@@ -300,39 +277,40 @@ void FollowLog(Desk& desk, DeskStream stream, const char* path)
     }
     if (size < log.offset) { // the service empties a full one
         log.offset = 0;
-        log.rest.clear();
         log.emptied = true;
     }
     std::ifstream file(path, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(log.offset));
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    log.offset += bytes.size();
-    log.rest += bytes;
-    for (size_t end = 0; (end = log.rest.find(LOG_END)) != std::string::npos;) {
+    size_t begin = 0; // of an entry; one that is not whole is read again
+    for (size_t end = 0; (end = bytes.find(LOG_END, begin)) != std::string::npos; begin = end) {
         end += std::size(LOG_END) - 1;
-        AddLine(desk, stream, log.rest.substr(0, end));
-        log.rest.erase(0, end);
+        log.lines.push_back(bytes.substr(begin, end - begin));
     }
+    log.offset += begin;
 }
 
 void TellLines(Desk& desk)
 {
-    for (int n = 0; n < STREAMS; ++n) {
-        DeskStreamState& stream = desk.streams[static_cast<size_t>(n)];
+    for (const char* const path : {QRCODE_LOG_PATH, UI_LOG_PATH}) {
+        FollowLog(desk.streams[fs::path(path).filename()], path);
+    }
+    for (auto& [name, stream] : desk.streams) {
         if (stream.lines.empty() && !stream.emptied) {
             continue;
         }
-        if (stream.leftOut > 0) {
-            stream.lines.push_back("... and " + std::to_string(stream.leftOut) +
+        if (stream.lines.size() > LINES_AT_ONCE) {
+            const size_t leftOut = stream.lines.size() - LINES_AT_ONCE;
+            stream.lines.resize(LINES_AT_ONCE);
+            stream.lines.push_back("... and " + std::to_string(leftOut) +
                                    " more lines within 0.1 s");
         }
-        Tell(desk, STREAM_NAMES[n],
+        Tell(desk, name,
              {{"type", "lines"},
-              {"stream", STREAM_NAMES[n]},
+              {"stream", name},
               {"lines", stream.lines},
               {"emptied", stream.emptied}});
         stream.lines.clear();
-        stream.leftOut = 0;
         stream.emptied = false;
     }
 }
@@ -365,14 +343,12 @@ void TakeNews(Desk& desk, TerminalNews news, const CameraEvent& camera, const Pa
         desk.frames.push_back(camera.time);
         TellNotes(desk, static_cast<int64_t>(camera.time * 1e6), Advice_Picture(desk.advice));
     } else if (news == NEWS_LINE || news == NEWS_ERROR_LINE) {
-        AddLine(desk, news == NEWS_LINE ? OUTPUT : ERRORS, line);
+        desk.streams[news == NEWS_LINE ? "stdout" : "stderr"].lines.push_back(line);
     } else {
         TellDatagram(desk, datagram);
-        if (Terminal_IsCommand(datagram, MSG_CMD_QRCODE_START) && desk.answer != "never") {
-            desk.answerMs = NowMs() + (desk.answer == "late" ? LATE_ANSWER_MS : 0);
-        }
-        if (desk.answerMs != 0 && desk.answerMs <= NowMs()) {
-            AnswerHello(desk);
+        const int delayMs = ANSWERS.at(desk.answer);
+        if (Terminal_IsCommand(datagram, MSG_CMD_QRCODE_START) && delayMs >= 0) {
+            desk.answerMs = NowMs() + delayMs;
         }
     }
 }
@@ -388,16 +364,6 @@ bool Launch(Desk& desk, std::string& error)
 
 // --- The inspector.
 
-// Removes a picture's file that nobody needs any more.
-void Drop(const Desk& desk, const std::string& file)
-{
-    if (!file.empty() && file != desk.view.file &&
-        !(desk.inspecting && file == desk.inspected.file)) {
-        std::error_code ignored;
-        fs::remove(PathOf(desk, file), ignored);
-    }
-}
-
 bool StartInspector(Desk& desk, std::string& error)
 {
     ProgramOptions program;
@@ -407,9 +373,7 @@ bool StartInspector(Desk& desk, std::string& error)
     epoll_event event = {EPOLLIN, {}};
     epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.inspector.OutputFd(), &event);
     desk.inspecting = false; // what the one before had is asked for anew
-    const std::string unread = desk.inspected.file;
-    desk.inspected = DeskView{-1, "", "", ""};
-    Drop(desk, unread);
+    desk.inspected = {};
     return started;
 }
 
@@ -418,7 +382,10 @@ void AskInspector(Desk& desk)
     if (!desk.inspecting && desk.view.k != desk.inspected.k) {
         desk.inspecting = true;
         desk.inspected = desk.view;
-        desk.inspector.Say(desk.view.file.empty() ? WALL_FILE : desk.view.file);
+        std::error_code ignored; // then it says that there is no picture
+        fs::remove(PathOf(desk, ASKED_FILE), ignored);
+        fs::create_hard_link(PathOf(desk, VIEW_FILE), PathOf(desk, ASKED_FILE), ignored);
+        desk.inspector.Say(ASKED_FILE);
     }
 }
 
@@ -430,16 +397,11 @@ void TakeInspector(Desk& desk)
         if (!reading.is_object()) {
             continue; // a library's words
         }
-        reading.erase("file");
-        reading.erase("fileHex");
         reading["type"] = "reading";
-        reading["k"] = ++desk.readings;
         reading["view"] = desk.inspected.k;
         reading["shown"] = desk.inspected.time;
-        Sim_ReadFile(PathOf(desk, TILES_FILE), desk.tiles);
         Tell(desk, "reading", reading);
         desk.inspecting = false;
-        Drop(desk, desk.inspected.file);
     }
     AskInspector(desk);
 }
@@ -449,17 +411,15 @@ void TakeInspector(Desk& desk)
 HttpAnswer FileAnswer(const std::string& path, const std::string& type)
 {
     std::vector<uint8_t> bytes;
-    return Sim_ReadFile(path, bytes) ? HttpAnswer{200, type, {bytes.begin(), bytes.end()}, false}
+    return Sim_ReadFile(path, bytes) ? HttpAnswer{200, type, {bytes.begin(), bytes.end()}}
                                      : Http_Error(404, "it is not there");
 }
 
 std::string Begin(const Desk& desk)
 {
-    json begin = {{"type", "begin"},           {"version", QRCODE_VERSION},
-                  {"pictures", json::array()}, {"faults", json::array()},
-                  {"attempts", json::array()}, {"limit", {{"upload", HTTP_UPLOAD_MAX}}}};
+    json begin = {{"type", "begin"}, {"version", QRCODE_VERSION}, {"pictures", json::array()}};
     for (const std::string& path : desk.pictures) {
-        begin["pictures"].push_back({{"name", fs::path(path).filename().string()}});
+        begin["pictures"].push_back(fs::path(path).filename().string());
     }
     for (const DeskFault& fault : desk.faults) {
         begin["faults"].push_back({{"name", fault.name}, {"door", fault.door}});
@@ -468,37 +428,25 @@ std::string Begin(const Desk& desk)
         begin["attempts"].push_back(Qrcode_AttemptName(n));
     }
     std::string events = Dump(begin);
-    std::vector<std::string> kinds = {"state", "link", "reading"};
-    kinds.insert(kinds.end(), std::begin(STREAM_NAMES), std::end(STREAM_NAMES));
-    for (const std::string& kind : kinds) {
-        const auto told = desk.told.find(kind);
-        for (size_t n = 0; told != desk.told.end() && n < told->second.size(); ++n) {
-            events += told->second[n];
+    for (const auto& [kind, told] : desk.told) {
+        for (const std::string& event : told) {
+            events += event;
         }
     }
     return events;
 }
 
-void SetView(Desk& desk, const DeskView& view)
-{
-    const std::string before = desk.view.file;
-    desk.view = view;
-    desk.view.time = static_cast<double>(Panel_NowUs()) / 1e6;
-    Drop(desk, before);
-    AskInspector(desk);
-}
-
-// Puts the file that was written for it before the camera, if it is a picture.
+// Puts the next file before the camera, if it is a picture; else it is removed.
 HttpAnswer Show(Desk& desk, const std::string& name, const std::string& from)
 {
-    const std::string file = "view-" + std::to_string(desk.view.k + 1);
+    const std::string next = PathOf(desk, NEXT_FILE);
     std::string error;
     const bool checked = Worker_ForEach<CheckRecord>(
         1,
         [&](size_t) {
             CheckRecord record;
             cv::Mat picture;
-            if (!Sim_LoadPicture(PathOf(desk, file), picture, error)) {
+            if (!Sim_LoadPicture(next, picture, error)) {
                 std::snprintf(record.error, sizeof(record.error), "%s", error.c_str());
             } else if (from != "camera") { // the page shows its own
                 cv::Mat seen = Sim_CameraFrame(picture, SNAP_WIDTH, SNAP_HEIGHT);
@@ -511,101 +459,106 @@ HttpAnswer Show(Desk& desk, const std::string& name, const std::string& from)
             error = death.empty() ? record.error : death;
         },
         CHECK_SECONDS, error);
-    if (!checked || !error.empty() || !desk.terminal.Hand(PathOf(desk, file), error)) {
-        Drop(desk, file);
+    std::error_code ignored;
+    if (!checked || !error.empty() || !desk.terminal.Hand(next, error)) {
+        fs::remove(next, ignored);
         return Http_Error(422, Text_Escape(name) + ": " + error);
     }
-    SetView(desk, {desk.view.k + 1, file, name, from});
+    fs::rename(next, PathOf(desk, VIEW_FILE), ignored);
+    desk.view = {desk.view.k + 1, name, from, static_cast<double>(Panel_NowUs()) / 1e6};
+    AskInspector(desk);
     if (from != "camera") {
         TellState(desk);
     }
     return {};
 }
 
+HttpAnswer ShowFile(Desk& desk, const fs::path& picture, const std::string& from)
+{
+    const std::string name = picture.filename();
+    std::error_code code;
+    fs::copy_file(picture, PathOf(desk, NEXT_FILE), fs::copy_options::overwrite_existing, code);
+    return code ? Http_Error(404, name + ": " + code.message()) : Show(desk, name, from);
+}
+
+HttpAnswer ShowUpload(Desk& desk, const HttpRequest& request)
+{
+    const std::string name = Word(request, "name");
+    if (request.body.size() > HTTP_UPLOAD_MAX) {
+        return Http_Error(413, Text_Escape(name) + " is larger than " +
+                                   std::to_string(HTTP_UPLOAD_MAX >> 20) + " MB");
+    }
+    std::ofstream file(PathOf(desk, NEXT_FILE), std::ios::binary);
+    if (!(file << request.body << std::flush)) {
+        std::error_code ignored;
+        fs::remove(PathOf(desk, NEXT_FILE), ignored);
+        return Http_Error(507, "there is no room for it");
+    }
+    return Show(desk, name, Word(request, "from") == "camera" ? "camera" : "file");
+}
+
 HttpAnswer Do(Desk& desk, const HttpRequest& request)
 {
     const std::string& path = request.path;
     std::string error;
-    const std::string next = PathOf(desk, "view-" + std::to_string(desk.view.k + 1));
-    if (path == "/picture") {
-        std::ofstream file(next, std::ios::binary);
-        file.write(request.body.data(), static_cast<std::streamsize>(request.body.size()));
-        file.close();
-        if (!file) {
-            std::error_code ignored;
-            fs::remove(next, ignored);
-            return Http_Error(507, "there is no room for it");
-        }
-        const std::string from = Word(request, "from") == "camera" ? "camera" : "file";
-        return Show(desk, Word(request, "name"), from);
-    }
+    bool done = true;
     const int picture = Number(Word(request, "n"), desk.pictures.size());
     const int fault = Number(Word(request, "n"), desk.faults.size());
     const int mode = Number(Word(request, "value"), MODES);
     const auto command = COMMANDS.find(path);
+    if (path == "/picture") {
+        return ShowUpload(desk, request);
+    }
     if (path == "/sample" && picture >= 0) {
-        const fs::path& chosen = desk.pictures[static_cast<size_t>(picture)];
-        std::error_code code;
-        fs::copy_file(chosen, next, fs::copy_options::overwrite_existing, code);
-        return code ? Http_Error(404, chosen.filename().string() + ": " + code.message())
-                    : Show(desk, chosen.filename().string(), "sample");
+        return ShowFile(desk, desk.pictures[static_cast<size_t>(picture)], "sample");
     }
     if (path == "/clear") {
-        desk.terminal.Hand("", error);
-        SetView(desk, {desk.view.k + 1, "", "", "wall"});
-    } else if (path == "/mode" && mode >= 0) {
+        return ShowFile(desk, PathOf(desk, WALL_FILE), "wall");
+    }
+    if (path == "/mode" && mode >= 0) {
         desk.mode = mode;
         Send(desk, Panel_ModeFrame(static_cast<uint8_t>(desk.mode)));
     } else if (command != COMMANDS.end()) {
         desk.enable = command->second.second;
         Send(desk, Panel_CommandFrame(command->second.first));
-    } else if (path == "/answer" &&
-               std::find(ANSWERS.begin(), ANSWERS.end(), Word(request, "when")) != ANSWERS.end()) {
+    } else if (path == "/answer" && ANSWERS.count(Word(request, "when")) > 0) {
         desk.answer = Word(request, "when");
     } else if (path == "/restart") {
-        if (!Launch(desk, error)) {
-            return Http_Error(500, error);
-        }
+        done = Launch(desk, error);
     } else if (path == "/kill") {
         desk.terminal.Kill();
     } else if (path == "/fault" && fault >= 0) {
         desk.fault = static_cast<size_t>(fault);
-        if (!desk.terminal.SetScript(desk.faults[desk.fault].script, error)) {
-            return Http_Error(500, error);
-        }
+        done = desk.terminal.SetScript(desk.faults[desk.fault].script, error);
     } else {
         return Http_Error(404, "there is nothing to be done as " + path + " with these values");
     }
     TellState(desk);
-    return {};
+    return done ? HttpAnswer() : Http_Error(500, error);
 }
 
 HttpAnswer Answer(Desk& desk, const HttpRequest& request)
 {
-    if (request.post) {
+    const std::string& path = request.path;
+    if (request.method == "POST") {
         return Do(desk, request);
     }
-    const std::string& path = request.path;
+    if (request.method != "GET") {
+        return Http_Error(405, "only GET and POST are served");
+    }
     const auto file = PAGE_FILES.find(path);
     if (file != PAGE_FILES.end()) {
         return FileAnswer(desk.options.page + file->second.first, file->second.second);
     }
-    if (path == "/favicon.ico") {
-        return {204, "image/png", "", false};
-    }
     if (path == "/events") {
-        return {200, "", Begin(desk), true};
+        return {200, HTTP_EVENTS, Begin(desk)};
     }
-    if (path == "/tiles") {
-        return {200, "image/jpeg", {desk.tiles.begin(), desk.tiles.end()}, false};
-    }
-    if (path == "/view" && !desk.view.file.empty()) {
-        return FileAnswer(PathOf(desk, SEEN_FILE), "image/jpeg");
+    if (path == "/tiles" || path == "/view") {
+        return FileAnswer(PathOf(desk, path == "/view" ? SEEN_FILE : TILES_FILE), "image/jpeg");
     }
     const std::string strip = "/pictures/";
-    const std::string number =
-        path.compare(0, strip.size(), strip) == 0 ? path.substr(strip.size()) : "";
-    const int n = Number(number, desk.pictures.size());
+    const bool named = path.rfind(strip, 0) == 0;
+    const int n = Number(named ? path.substr(strip.size()) : "", desk.pictures.size());
     if (n < 0) {
         return Http_Error(404, "there is no " + path);
     }
@@ -635,7 +588,11 @@ bool Open(Desk& desk, std::string& error)
     }
     epoll_event event = {EPOLLIN, {}};
     epoll_ctl(desk.wait, EPOLL_CTL_ADD, desk.http.WaitFd(), &event);
-    return StartInspector(desk, error) && Launch(desk, error);
+    if (!StartInspector(desk, error) || !Launch(desk, error)) {
+        return false;
+    }
+    ShowFile(desk, PathOf(desk, WALL_FILE), "wall"); // which the camera sees already
+    return true;
 }
 
 void Run(Desk& desk)
@@ -646,18 +603,15 @@ void Run(Desk& desk)
     bool more = false;
     while (!Stop_Asked()) {
         TerminalNews news = desk.terminal.Next(more ? 0 : TICK_MS, camera, datagram, line);
-        for (int n = 0; n < PIECES_AT_ONCE && news != NEWS_NONE; ++n) {
+        for (int n = 1; news != NEWS_NONE; ++n) {
             TakeNews(desk, news, camera, datagram, line);
-            news = desk.terminal.Next(0, camera, datagram, line);
+            news = n < PIECES_AT_ONCE ? desk.terminal.Next(0, camera, datagram, line) : NEWS_NONE;
         }
-        if (news != NEWS_NONE) {
-            TakeNews(desk, news, camera, datagram, line);
-        }
-        more = desk.http.Run();
-        TakeInspector(desk);
         if (desk.answerMs != 0 && NowMs() >= desk.answerMs) {
             AnswerHello(desk);
         }
+        more = desk.http.Run();
+        TakeInspector(desk);
         // With a fault a picture that does not come says nothing about the mode.
         desk.advice.saidIdle = desk.advice.saidIdle || desk.fault != 0;
         const int64_t nowUs = Panel_NowUs();
@@ -665,8 +619,6 @@ void Run(Desk& desk)
         const int64_t nowMs = NowMs();
         if (nowMs - desk.linesMs >= LINES_MS) {
             desk.linesMs = nowMs;
-            FollowLog(desk, LOG_SERVICE, QRCODE_LOG_PATH);
-            FollowLog(desk, LOG_UI, UI_LOG_PATH);
             TellLines(desk);
         }
         if (nowMs - desk.stateMs >= STATE_MS) {
@@ -675,8 +627,6 @@ void Run(Desk& desk)
             if (!desk.inspector.Running()) {
                 StartInspector(desk, ignored);
             }
-        } else if (desk.terminal.Service().Running() != desk.running) {
-            TellState(desk);
         }
     }
 }

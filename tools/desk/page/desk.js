@@ -9,7 +9,6 @@ const REPORT_MS = 2000;     // within which the service reports what it can read
 const REPORT_MIN = 11;      // bytes: a shorter text is never reported
 const ROWS = 200;           // datagrams and notes kept
 const LINES = 500;          // kept of each log
-const MESSAGES = 5;         // on view at once
 const HEAD = ["nMsgSync", "nMsgCommand", "nMsgSource", "nMsgParam", "nMsgLength"];
 const HEAD_SIZE = 20;
 const STATES = { starting: "Starting: waits for a mode", running: "Running", ended: "Ended",
@@ -30,10 +29,8 @@ let showing = null; // what is read without a break: {hex: of its text, view, sh
 const $ = (id) => document.getElementById(id);
 const all = (selector) => document.querySelectorAll(selector);
 const hex = (value, digits) => value.toString(16).padStart(digits, "0");
-const megabytes = (bytes) => `${(bytes / 1048576).toFixed(1)} MB`;
 const clock = (ms) => new Date(ms).toTimeString().slice(0, 8);
 const fineClock = (ms) => `${clock(ms)}.${String(new Date(ms).getMilliseconds()).padStart(3, "0")}`;
-const pairs = (text) => text.match(/../g) || [];
 
 // What cannot be seen, or turns the direction of writing, as its bytes.
 const visible = (text) => text.replace(/[\p{Cc}\p{Cf}\p{Zl}\p{Zp}]/gu, (letter) => (letter === "\n" ? "\\n"
@@ -61,11 +58,10 @@ const fact = ([name, value]) => make("div", {}, make("dt", {}, name), make("dd",
 
 // --- Connection ---
 let source = null;
-let online = false;
 let heardAt = 0;
+const isOnline = () => $("banner").hidden;
 
 function setOnline(yes) {
-    online = yes;
     $("banner").hidden = yes;
     for (const controls of all("fieldset")) controls.disabled = !yes;
 }
@@ -89,32 +85,23 @@ function lose() {
     setTimeout(connect, RETRY_MS);
 }
 
-function complain(text) {
-    const shown = [...$("messages").children];
-    if (shown.some((message) => message.firstChild.textContent === text)) return;
-    if (shown.length === MESSAGES) shown[0].remove();
-    const dismiss = make("button", { type: "button" }, "Dismiss");
-    dismiss.onclick = () => dismiss.parentElement.remove();
-    $("messages").append(make("p", {}, make("span", {}, text), dismiss));
-}
-
-// Returns whether the server took it. What it says against it becomes a message.
-async function post(path, body, quiet = false) {
+// What the server says against it becomes the message, until it takes something; a frame of the camera, which another
+// one follows, is neither missed nor a reason to take a message away.
+async function post(path, body, filmed = false) {
     try {
         const answer = await fetch(path, { method: "POST", body });
         const said = await answer.json().catch(() => ({})); // Chromium never lets go of one that is not read
-        if (answer.ok) return true;
-        complain(visible(said.error || `The desk answered ${answer.status} to ${path}.`));
+        const words = answer.ok ? "" : said.error || `The desk answered ${answer.status} to ${path}.`;
+        if (words || !filmed) put($("message"), visible(words));
     } catch {
-        if (online && !quiet) complain("The desk gave no answer; it may have ended.");
+        if (isOnline() && !filmed) put($("message"), "The desk gave no answer; it may have ended.");
     }
-    return false;
 }
 
-// In the order in which they are pressed. What was refused is not left chosen.
+// In the order in which they are pressed. What was refused is not left chosen: the next state says so.
 let steering = Promise.resolve();
 const steer = (path) => {
-    steering = steering.then(async () => await post(path) || (state && syncControls()));
+    steering = steering.then(() => post(path));
 };
 
 // --- Camera ---
@@ -123,7 +110,6 @@ const video = Object.assign(document.createElement("video"), { muted: true, play
 let stream = null;             // of this computer's camera while it is on
 let filming = 0;               // changes whenever the camera is switched
 let frame = Promise.resolve(); // the frame on its way
-let frames = 0;                // taken within the present second
 let viewed = null;             // the view that is drawn
 
 // An image, or the part of it that `from`, its corner, and `side` say, as the terminal sees it.
@@ -145,7 +131,6 @@ function stopCamera(why) {
     ++filming;
     for (const track of stream ? stream.getTracks() : []) track.stop(); // which does not call onended
     stream = video.srcObject = viewed = null;
-    put($("camera-rate"), "");
     sayCamera(why);
 }
 
@@ -170,7 +155,7 @@ async function startCamera() {
 async function film(mine) {
     for (let due = performance.now(); mine === filming; due = Math.max(due + FRAME_MS, performance.now())) {
         await new Promise((next) => setTimeout(next, due - performance.now()));
-        if (mine !== filming || !online || document.hidden || !video.videoWidth) continue;
+        if (mine !== filming || !isOnline() || document.hidden || !video.videoWidth) continue;
         frame = sendFrame(mine);
         await frame;
     }
@@ -181,43 +166,36 @@ async function sendFrame(mine) {
     const corner = [(video.videoWidth - side) / 2, (video.videoHeight - side) / 2];
     draw("this computer's camera", video, corner, side);
     const jpeg = await new Promise((taken) => $("view").toBlob(taken, "image/jpeg", 0.85));
-    if (mine !== filming) return;
-    const taken = await post("/picture?from=camera&name=camera", jpeg, true); // another one follows
-    frames += taken;
+    if (mine === filming) await post("/picture?from=camera&name=camera", jpeg, true);
 }
 
 // Anything else before the camera: the frame on its way arrives first.
 async function choose(path, body) {
     stopCamera("");
     await frame;
-    if (await post(path, body)) $("messages").replaceChildren();
+    await post(path, body);
 }
 
 function chooseFile(file) {
-    if (!file || !online) return;
-    const most = begin.limit.upload;
-    if (file.size <= most) choose(`/picture?from=file&name=${encodeURIComponent(file.name)}`, file);
-    else complain(`${visible(file.name)} has ${megabytes(file.size)}; at most ${megabytes(most)} are taken.`);
+    if (file && isOnline()) choose(`/picture?from=file&name=${encodeURIComponent(file.name)}`, file);
 }
 
 function showView(view) {
     for (const button of $("samples").children) {
         button.setAttribute("aria-pressed", String(view.from === "sample" && button.name === view.name));
     }
-    if (stream || view.k === viewed) return;
+    if (stream || view.from === "camera" || view.k === viewed) return; // its last frame stays
     viewed = view.k;
-    if (view.from === "wall") return draw("nothing: a grey wall");
     const image = new Image();
-    const name = visible(view.name);
+    const name = view.from === "wall" ? "nothing: a grey wall" : visible(view.name);
     image.onload = () => viewed === view.k && draw(name, image);
     image.src = `/view?${view.k}`;
 }
 
-function makeSample({ name }, n) {
+function makeSample(name, n) {
     const image = make("img", { alt: "", loading: "lazy", src: `/pictures/${n}` }); // named below it
-    const button = make("button", { type: "button", name }, image, visible(name.replace(/\.\w+$/, "")));
-    button.onclick = () => choose(`/sample?n=${n}`);
-    return button;
+    const onclick = () => choose(`/sample?n=${n}`);
+    return make("button", { type: "button", name, onclick }, image, visible(name.replace(/\.\w+$/, "")));
 }
 
 // --- Result ---
@@ -260,46 +238,54 @@ function showResult() {
 }
 
 // --- Reading ---
-const tiles = []; // {button, pen, title, finding}, in the service's order
-let sheet = null; // picture of all sixteen
-let sheetOf = null; // the reading that it shows
+let sheet = null;   // picture of all sixteen
+let sheetOf = null; // the view that it shows
 let loading = false;
 let enlarged = 0;
 
-function makeTiles() {
-    const pens = Array.from({ length: 8 }, () => make("div", { className: "pair" }));
-    for (let n = 0; n < 2 * pens.length; ++n) {
-        const canvas = make("canvas", { width: TILE_SIDE, height: TILE_SIDE });
-        const [title, finding] = [make("span", {}), make("span", { className: "dim" })];
-        const button = make("button", { type: "button" }, canvas, title, finding);
-        button.onclick = () => enlarge(n);
-        tiles.push({ button, pen: canvas.getContext("2d"), title, finding });
-        pens[n >> 1].append(button);
-    }
-    $("tiles").append(...pens);
+// In the service's order, each opened twin beside its own.
+const tiles = Array.from({ length: 16 }, (_, n) => make("button",
+    { type: "button", className: "tile", onclick: () => enlarge(n) },
+    make("canvas", { width: TILE_SIDE, height: TILE_SIDE }), make("span"), make("span", { className: "dim" })));
+for (let n = 0; n < tiles.length; n += 2) {
+    $("tiles").append(make("div", { className: "pair" }, tiles[n], tiles[n + 1]));
 }
 
-function drawTiles() {
-    const cut = (to, n, side) => {
-        const [column, row] = [(n >> 1) % 4, 2 * (n >> 3) + n % 2];
-        to.clearRect(0, 0, side, side);
-        if (sheet) to.drawImage(sheet, SIDE * column, SIDE * row, SIDE, SIDE, 0, 0, side, side);
-    };
-    tiles.forEach((tile, n) => cut(tile.pen, n, TILE_SIDE));
-    cut($("tile-large").getContext("2d"), enlarged, SIDE);
+function showTile(n, canvas, title, finding) {
+    const [pen, side] = [canvas.getContext("2d"), canvas.width];
+    const [column, row] = [(n >> 1) % 4, 2 * (n >> 3) + n % 2];
+    pen.clearRect(0, 0, side, side);
+    if (sheet) pen.drawImage(sheet, SIDE * column, SIDE * row, SIDE, SIDE, 0, 0, side, side);
+    put(title, `${(n >> 1) + 1} ${begin.attempts[n >> 1]}${n % 2 ? ", opened" : ""}`);
+    put(finding, visible(reading?.findings[n] || "not made"));
+}
+
+function showTiles() {
+    tiles.forEach((tile, n) => {
+        const made = n < (reading?.scans || 0);
+        tile.classList.toggle("unmade", !made);
+        tile.classList.toggle("won", made && reading.text !== null && n === reading.scans - 1);
+        showTile(n, ...tile.children);
+    });
+    showTile(enlarged, $("tile-large"), $("tile-title"), $("tile-finding"));
+}
+
+function dropSheet() {
+    sheet?.close();
+    sheet = sheetOf = null;
 }
 
 // The newest sheet, one at a time: what comes meanwhile is passed over but for the last.
 async function loadTiles() {
     if (loading) return;
     loading = true;
-    while (reading?.findings.length && reading.k !== sheetOf && !document.hidden) {
-        sheetOf = reading.k;
+    while (reading?.findings.length && reading.view !== sheetOf && !document.hidden) {
+        sheetOf = reading.view;
         try {
             const bitmap = await createImageBitmap(await (await fetch(`/tiles?${sheetOf}`)).blob());
             sheet?.close();
             sheet = bitmap;
-            drawTiles();
+            showTiles();
         } catch {
             // Cut off, which the banner says, or no longer kept: the next follows.
         }
@@ -307,23 +293,10 @@ async function loadTiles() {
     loading = false;
 }
 
-function describeTiles() {
-    tiles.forEach(({ button, title, finding }, n) => {
-        const made = n < (reading?.scans || 0);
-        const won = made && reading.text !== null && n === reading.scans - 1;
-        put(title, `${(n >> 1) + 1} ${begin.attempts[n >> 1]}${n % 2 ? ", opened" : ""}`);
-        put(finding, visible(reading?.findings[n] || "not made"));
-        button.className = `tile${made ? "" : " unmade"}${won ? " won" : ""}`;
-    });
-    put($("tile-title"), tiles[enlarged].title.textContent);
-    put($("tile-finding"), tiles[enlarged].finding.textContent);
-}
-
 function enlarge(n) {
     enlarged = (n + tiles.length) % tiles.length;
     if (!$("tile-dialog").open) $("tile-dialog").showModal();
-    describeTiles();
-    drawTiles();
+    showTiles();
 }
 
 function showReading() {
@@ -337,12 +310,8 @@ function showReading() {
     fill($("reading-facts"), [["Attempt", attempt ? attempt + (reading.opened ? ", opened" : "") : "none"],
         ["Scans", reading.scans], ["Took", `${reading.ms.toFixed(1)} ms`],
         ["Kind", reading.symbologies.join(", ") || "none"]], fact);
-    describeTiles();
-    if (!reading.findings.length) {
-        sheet?.close();
-        sheet = null;
-        drawTiles();
-    }
+    if (!reading.findings.length) dropSheet();
+    showTiles();
     loadTiles();
 }
 
@@ -360,17 +329,17 @@ function addDatagram(event) {
     const way = event.direction === "in" ? "← from the service" : "→ to the service";
     const command = `${event.command || "no command"} ${event.name || ""}`;
     const words = [fineClock(event.time * 1000), way, command, visible(event.text ?? mode)];
-    const bytes = make("pre", {});
+    const bytes = make("pre");
     const row = make("details", { className: event.direction },
         make("summary", {}, ...words.map((word) => make("span", {}, word))), bytes);
     row.ontoggle = () => put(bytes, row.open ? dump(event) : "");
     insertRow(event.time, row);
 }
 
-// The header's words, then all bytes in hexadecimal; whole lines of zeros are counted.
+// The header's words, then all bytes in hexadecimal, a "*" for several lines of zeros.
 function dump(event) {
     const width = $("datagrams").clientWidth < 560 ? 8 : 16;
-    const bytes = pairs(event.hex).map((pair) => parseInt(pair, 16));
+    const bytes = (event.datagram.match(/../g) || []).map((pair) => parseInt(pair, 16));
     const words = new DataView(new ArrayBuffer(HEAD_SIZE)); // what is missing counts as zero
     bytes.slice(0, HEAD_SIZE).forEach((byte, at) => words.setUint8(at, byte));
     const meanings = ["", event.name || "", "", "", `of ${Math.max(0, bytes.length - HEAD_SIZE)} that came`];
@@ -378,15 +347,11 @@ function dump(event) {
         const value = words.getUint32(4 * n, true);
         return `${name.padEnd(11)} 0x${hex(value, 8)} = ${value} ${meanings[n]}`;
     });
-    for (let at = 0, end = 0; at < bytes.length; at = end) {
-        while (end < bytes.length && bytes[end] === 0) ++end;
-        if (end < bytes.length) end -= (end - at) % width;
-        if (end - at > width) {
-            lines.push(`* ${end - at} more zero bytes`);
-            continue;
-        }
-        end = at + width;
-        const part = bytes.slice(at, end);
+    for (let at = 0, zeros = 0; at < bytes.length; at += width) {
+        const part = bytes.slice(at, at + width);
+        zeros = part.some(Boolean) ? 0 : zeros + 1;
+        if (zeros === 2) lines.push("*");
+        if (zeros > 1) continue;
         const letters = part.map((byte) => (byte > 31 && byte < 127 ? String.fromCharCode(byte) : "."));
         const digits = part.map((byte) => hex(byte, 2)).join(" ").padEnd(3 * width - 1);
         lines.push(`${hex(at, 4)}  ${digits}  ${letters.join("")}`);
@@ -395,20 +360,19 @@ function dump(event) {
 }
 
 // --- Terminal ---
-function syncControls() {
-    document.querySelector(`input[name=answer][value=${state.answer}]`).checked = true;
-    $("fault").selectedIndex = state.fault;
+for (const name of ["qrcodelog.txt", "uilog.txt", "stdout", "stderr"]) {
+    const log = make("div", { className: "log", id: `log-${name}`, role: "log", ariaLabel: name, tabIndex: 0 });
+    $("terminal").append(make("h3", {}, name), log);
 }
 
-function showState() {
-    const { service, end, upS, mode } = state;
+function showState(event) {
+    state = event;
+    const { service, end, mode } = state;
     const ended = service === "ended";
     $("dot").className = service;
     put($("service-state"), STATES[service] + (ended && end ? `: ${end}` : ""));
-    fill($("terminal-facts"), ended ? [] : [["Up", `${Math.floor(upS / 60)} min ${Math.floor(upS % 60)} s`],
-        ["Process", state.pid], ["Threads", state.threads], ["CPU", `${state.cpuPercent.toFixed(0)} %`],
-        ["Memory", megabytes(state.residentKib * 1024)], ["Peak", megabytes(state.peakKib * 1024)],
-        ["Descriptors", state.descriptors]], fact);
+    fill($("terminal-facts"), ended ? [] : [["Threads", state.threads], ["CPU", `${state.cpuPercent.toFixed(0)} %`],
+        ["Memory", `${(state.residentKib / 1024).toFixed(1)} MB`], ["Descriptors", state.descriptors]], fact);
     const apart = state.betweenMs === null ? "none yet" : `${state.betweenMs.toFixed(0)} ms`;
     fill($("service-facts"), [["Service: between its last two pictures", apart],
         ["Readings a second", state.readingsPerS]], fact);
@@ -416,52 +380,34 @@ function showState() {
     put($("told-mode"), `The service was told ${mode === null ? "no mode" : `mode ${mode}`}; ` +
         `scanning is ${state.enabled ? "on" : "off"}.`);
     for (const n of [0, 1, 3]) $(`mode-${n}`).setAttribute("aria-pressed", String(mode === n));
+    document.querySelector(`input[name=answer][value=${state.answer}]`).checked = true;
+    if ($("fault").selectedIndex !== state.fault) $("fault").selectedIndex = state.fault; // else an open list jumps
     put($("fault-door"), begin.faults[state.fault]?.door || "");
     showView(state.view);
-}
-
-// The log's mark stays where the log has it, dimmed.
-function logLine(text) {
-    const line = make("div", {});
-    text.trimEnd().split("</br>").forEach((part, n) => {
-        if (n > 0) line.append(make("span", { className: "dim" }, "</br>"));
-        line.append(visible(part));
-    });
-    return line;
 }
 
 const HANDLERS = {
     begin(event) {
         begin = event;
         state = reading = told = showing = viewed = null;
-        sheet?.close();
-        sheet = sheetOf = null;
+        dropSheet();
         put($("version"), begin.version);
         for (const old of all("#datagrams, #last-note, #remark, .log")) old.replaceChildren();
         for (const id of ["causes", "texts", "reading-facts"]) fill($(id), []);
         put($("outcome"), "No reading yet");
         put($("result"), "none yet");
-        $("result").className = "none";
         fill($("fault"), begin.faults, ({ name }) => make("option", {}, name));
         fill($("samples"), begin.pictures, makeSample);
-        describeTiles();
-        drawTiles();
+        showTiles();
         setOnline(true);
     },
-    state(event) {
-        const changed = !state || state.answer !== event.answer || state.fault !== event.fault;
-        state = event;
-        if (changed) syncControls();
-        showState();
-    },
+    state: showState,
     datagram(event) {
         addDatagram(event);
-        if (event.direction === "out") put($("last-note"), "");
-        if (event.direction === "in" && event.command === "0x602" && told) told.old = true;
-        if (event.direction !== "in" || event.command !== "0x904") return;
-        const text = pairs(event.hex).slice(HEAD_SIZE).concat("00");
-        told = { hex: text.slice(0, text.indexOf("00")).join(""), at: event.time * 1000, old: false };
-        $("result").className = "";
+        if (event.direction === "out") return put($("last-note"), "");
+        if (event.command === "0x602" && told) told.old = true;
+        if (event.command !== "0x904") return;
+        told = { hex: event.hex, at: event.time * 1000, old: false };
         put($("result"), visible(event.text || ""));
     },
     note(event) {
@@ -482,10 +428,10 @@ const HANDLERS = {
         showReading();
     },
     lines(event) {
-        const pane = $(`log-${event.stream.replace(".txt", "")}`);
+        const pane = $(`log-${event.stream}`);
         const follows = pane.scrollHeight - pane.scrollTop - pane.clientHeight < 8;
         if (event.emptied) pane.replaceChildren();
-        pane.append(...event.lines.slice(-LINES).map(logLine));
+        pane.append(...event.lines.slice(-LINES).map((text) => make("div", {}, visible(text.trimEnd()))));
         while (pane.childElementCount > LINES) pane.firstElementChild.remove();
         if (follows) pane.scrollTop = pane.scrollHeight;
     },
@@ -524,7 +470,7 @@ $("tile-dialog").onkeydown = (event) => {
     enlarge(enlarged + step);
 };
 $("tile-close").onclick = () => $("tile-dialog").close();
-$("tile-dialog").onclose = () => tiles[enlarged].button.focus();
+$("tile-dialog").onclose = () => tiles[enlarged].focus();
 
 document.onvisibilitychange = () => {
     if (stream) sayCamera(document.hidden ? "Paused while this page is hidden." : "On.");
@@ -533,11 +479,8 @@ document.onvisibilitychange = () => {
 
 setInterval(() => {
     if (source.readyState !== EventSource.CLOSED && performance.now() - heardAt > SILENT_MS) lose();
-    if (stream) put($("camera-rate"), `${frames} frames a second`);
-    frames = 0;
     showResult();
 }, 1000);
 
 draw("nothing yet");
-makeTiles();
 connect();
