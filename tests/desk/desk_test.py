@@ -76,15 +76,15 @@ class DeskTest(unittest.TestCase):
 
     def test_verdicts_are_told_apart(self):
         looks = set()
-        for name, words in (("badge", "reported"), ("badge", "seen before"), ("ten-characters", "too short"),
+        for name, words in (("faded", "reported"), ("faded", "seen before"), ("ten-characters", "too short"),
                             ("no-code-text", "nothing found")):
             page.choose(name)
-            page.shows("verdict", words)
+            page.shows("verdict-word", words)
             looks.add((page.at("verdict-word").value_of_css_property("color"), page.text("verdict-word")))
         self.assertEqual([len(set(part)) for part in zip(*looks)], [4, 4])
-        self.shows_text_of("badge")
+        self.shows_text_of("faded")
         page.press("disable")
-        page.choose("badge")
+        page.choose("faded")
         page.shows("verdict", "switched off")
 
     def test_mode_3_freezes(self):
@@ -116,12 +116,14 @@ class DeskTest(unittest.TestCase):
         self.assertTrue(all(fault["door"] for fault in faults[1:]), faults)
         for words in ("VENC_CreateChn", "never", "too large"):
             page.choose("badge")
-            page.shows("verdict", "reported")
+            page.shows("verdict-word", "reported")
             before = page.text("log-stdout") + page.text("log-stderr")
             n = next(n for n, fault in enumerate(faults) if words in fault["name"])
             page.press_one(f"#fault option:nth-child({n + 1})")
             page.shows("fault-door", faults[n]["door"])
             page.wait(lambda: page.text("log-stdout") + page.text("log-stderr") != before, words)
+            page.choose("badge")
+            page.shows("verdict-word", "not reported")
             server.do("/fault?n=0")
             server.do("/restart")
 
@@ -137,6 +139,7 @@ class DeskTest(unittest.TestCase):
     def test_broken_and_large_uploads(self):
         page.choose("badge")
         page.shows("view-name", "badge.png")
+        before = server.ask("GET", "/view")[1]
         jpeg = film.sample("noisy").read_bytes()
         for name, content in (("text.png", b"no picture"), ("empty.png", b""), ("<b>.jpg", jpeg[:40])):
             drop(name, content)
@@ -145,6 +148,16 @@ class DeskTest(unittest.TestCase):
         page.shows("message", "large.png is larger than 32 MB")
         page.shows("view-name", "badge.png")
         self.assertEqual(server.event("state")["view"]["name"], "badge.png")
+        page.press("camera-toggle")
+        page.shows("view-name", "this computer's camera")
+        drop("text.png", b"no picture")
+        page.shows("message", "text.png")
+        film_is_read = {film.text_of(name) for name in film.NAMES[1:]}
+        page.wait(lambda: page.text("result") in film_is_read, "the camera, still on")
+        page.press("camera-toggle")
+        page.shows("view-name", "camera")  # its last frame
+        self.assertIn(b"JFIF", server.ask("GET", "/view")[1][:16])
+        self.assertNotEqual(server.ask("GET", "/view")[1], before)
 
     def test_keyboard(self):
         def keys(*some):

@@ -87,8 +87,8 @@ int Run(int argc, char** argv)
                      HANDED_FD);
         return EXIT_USAGE;
     }
-    fcntl(HANDED_FD, F_SETFD,
-          FD_CLOEXEC); // nothing that is started from here on reaches this machine
+    // No program that is started from here on reaches this machine.
+    fcntl(HANDED_FD, F_SETFD, FD_CLOEXEC);
     Stop_TakeSignals();
     std::signal(SIGPIPE, SIG_IGN); // a browser may go at any time
     options.socket = HANDED_FD;

@@ -24,7 +24,7 @@ const char* const OPERATION_DOORS[SIM_OPS] = {
     LATE, // bind
     BUSY, // start
     BUSY, // descriptor
-    BUSY, // status
+    "No code is read until it is over: each picture comes, and is not asked for.",
     "No code is read until it is over: each picture is there, and cannot be fetched.",
     "Nothing. The service says so with each reading.",
     LATE, // unbind, and the next two: the channel of the reading before is in the way
@@ -38,21 +38,23 @@ std::vector<DeskFault> Faults_List(const std::string& folder)
     const std::string large = folder + "/too-large.jpg";
     std::ofstream(large, std::ios::binary) << "\xFF\xD8" << std::string(MAXFRAMERINBUF, ' ');
     std::vector<DeskFault> faults = {
-        {"none", "# none", "Codes are read and reported."},
-        {"the picture never comes", "picture never", LATE},
+        {"none", "# none", "Codes are read and reported.", false},
+        {"the picture never comes", "picture never", LATE, true},
         {"a picture without packs", "picture none",
-         "No code is read until it is over: each picture comes empty."},
+         "No code is read until it is over: each picture comes empty.", true},
         {"packs with leading bytes", "packs 16:600 8:2000 0:*",
-         "Nothing: the leading bytes are skipped."},
+         "Nothing: the leading bytes are skipped.", false},
         {"a picture every 2 s", "frame-ms 2000",
          "Codes are read late, and reported over and over: a try that waited 1 s in vain counts as "
-         "a look at nothing."},
+         "a look at nothing.",
+         false},
         {"a picture too large for the buffer", "picture jpeg " + large,
-         "No code is read until it is over: such a picture is dropped."},
+         "No code is read until it is over: such a picture is dropped.", true},
     };
     for (int op = 0; op < SIM_OPS; ++op) {
         const std::string name = Sim_OperationName(static_cast<SimOp>(op));
-        faults.push_back({name + " fails", name + CODE, OPERATION_DOORS[op]});
+        const bool blocks = op != SIM_VPSS_GETCHNATTR && op != SIM_VENC_RELEASESTREAM;
+        faults.push_back({name + " fails", name + CODE, OPERATION_DOORS[op], blocks});
     }
     return faults;
 }

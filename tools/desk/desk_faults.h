@@ -9,6 +9,7 @@ struct DeskFault {
     std::string name;
     std::string script; // a statement of fault_script.h
     std::string door;
+    bool blocks; // no code can be reported while it lasts
 };
 
 // The first is none. `folder` gets the file that one of them streams.

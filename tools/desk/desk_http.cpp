@@ -185,7 +185,11 @@ std::string Http::Refusal(MHD_Connection* connection) const
     }
     const bool ours = (origin.empty() || origin == "http://" + host) &&
                       (site.empty() || site == "same-origin" || site == "none");
-    return ours ? "" : "a request of another page: " + origin;
+    if (ours) {
+        return "";
+    }
+    return origin.empty() ? "opened from another page: type the address into the browser"
+                          : "a request of another page: " + origin;
 }
 
 HttpAnswer Http::Answer(const HttpRequest& request) const

@@ -57,7 +57,7 @@ const char WALL_FILE[] = "wall.png";
 const char NEXT_FILE[] = "next";     // to come before the camera
 const char VIEW_FILE[] = "view";     // before the camera
 const char ASKED_FILE[] = "asked";   // at the inspector: another name of what was the view then
-const char SEEN_FILE[] = "seen.jpg"; // the view as it is seen there; none of the page's camera
+const char SEEN_FILE[] = "seen.jpg"; // the view as it is seen there; the page's camera sends it so
 
 const char LOG_END[] = "</br>"; // of an entry, see log_write.h
 
@@ -422,7 +422,8 @@ std::string Begin(const Desk& desk)
         begin["pictures"].push_back(fs::path(path).filename().string());
     }
     for (const DeskFault& fault : desk.faults) {
-        begin["faults"].push_back({{"name", fault.name}, {"door", fault.door}});
+        begin["faults"].push_back(
+            {{"name", fault.name}, {"door", fault.door}, {"blocks", fault.blocks}});
     }
     for (int n = 1; n <= Qrcode_AttemptCount(); ++n) {
         begin["attempts"].push_back(Qrcode_AttemptName(n));
@@ -444,6 +445,7 @@ HttpAnswer Show(Desk& desk, const std::string& name, const std::string& from)
     const bool checked = Worker_ForEach<CheckRecord>(
         1,
         [&](size_t) {
+            close(desk.options.socket); // what reads a stranger's bytes takes no requests
             CheckRecord record;
             cv::Mat picture;
             if (!Sim_LoadPicture(next, picture, error)) {
@@ -550,11 +552,15 @@ HttpAnswer Answer(Desk& desk, const HttpRequest& request)
     if (file != PAGE_FILES.end()) {
         return FileAnswer(desk.options.page + file->second.first, file->second.second);
     }
+    if (path == "/favicon.ico") { // every browser asks for one
+        return {204, "image/png", ""};
+    }
     if (path == "/events") {
         return {200, HTTP_EVENTS, Begin(desk)};
     }
     if (path == "/tiles" || path == "/view") {
-        return FileAnswer(PathOf(desk, path == "/view" ? SEEN_FILE : TILES_FILE), "image/jpeg");
+        const char* const seen = desk.view.from == "camera" ? VIEW_FILE : SEEN_FILE;
+        return FileAnswer(PathOf(desk, path == "/view" ? seen : TILES_FILE), "image/jpeg");
     }
     const std::string strip = "/pictures/";
     const bool named = path.rfind(strip, 0) == 0;
@@ -572,7 +578,18 @@ bool Open(Desk& desk, std::string& error)
     if (!Sim_ListPictures(desk.options.scene, desk.pictures, error)) {
         return false;
     }
+    // What else lies in a folder is not for the page.
     std::error_code code;
+    desk.pictures.erase(std::remove_if(desk.pictures.begin(), desk.pictures.end(),
+                                       [&code](const std::string& path) {
+                                           return fs::file_size(path, code) > HTTP_UPLOAD_MAX ||
+                                                  !cv::haveImageReader(path);
+                                       }),
+                        desk.pictures.end());
+    if (desk.pictures.empty()) {
+        error = desk.options.scene + ": no picture of at most 32 MB";
+        return false;
+    }
     std::string name = (fs::temp_directory_path(code) / "qrcode-desk-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         error = "no temporary folder " + name;

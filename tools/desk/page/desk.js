@@ -24,6 +24,7 @@ let begin = null;   // the event that opened this connection
 let state = null;   // the newest of their kind
 let reading = null;
 let told = null;    // the last result: {hex, at, old: of a service before, passed: since then read other}
+let idleAt = 0;     // when the service was last seen to be unable to report, or a fault to come or go
 let showing = null; // what is read without a break: {hex: of its text, view, shown: that view, since}
 
 const $ = (id) => document.getElementById(id);
@@ -85,7 +86,7 @@ function lose() {
     setTimeout(connect, RETRY_MS);
 }
 
-// What the server says against it becomes the message, until it takes something; a frame of the camera, which another
+// Returns whether the server took it. What it says against it becomes the message, until it takes something; a frame of the camera, which another
 // one follows, is neither missed nor a reason to take a message away.
 async function post(path, body, filmed = false) {
     try {
@@ -93,8 +94,10 @@ async function post(path, body, filmed = false) {
         const said = await answer.json().catch(() => ({})); // Chromium never lets go of one that is not read
         const words = answer.ok ? "" : said.error || `The desk answered ${answer.status} to ${path}.`;
         if (words || !filmed) put($("message"), visible(words));
+        return answer.ok;
     } catch {
         if (isOnline() && !filmed) put($("message"), "The desk gave no answer; it may have ended.");
+        return false;
     }
 }
 
@@ -132,6 +135,7 @@ function stopCamera(why) {
     for (const track of stream ? stream.getTracks() : []) track.stop(); // which does not call onended
     stream = video.srcObject = viewed = null;
     sayCamera(why);
+    if (state) showView(state.view);
 }
 
 async function startCamera() {
@@ -169,12 +173,20 @@ async function sendFrame(mine) {
     if (mine === filming) await post("/picture?from=camera&name=camera", jpeg, true);
 }
 
-// Anything else before the camera: the frame on its way arrives first.
-async function choose(path, body) {
-    stopCamera("");
-    await frame;
-    await post(path, body);
-}
+// Anything else before the camera, in the order in which it is chosen: the frame on its way arrives first. What is
+// refused leaves the camera on.
+let choosing = Promise.resolve();
+const choose = (path, body) => {
+    choosing = choosing.then(async () => {
+        const mine = ++filming;
+        if (!stream) sayCamera("");
+        await frame;
+        const taken = await post(path, body);
+        if (mine !== filming) return; // the camera was switched meanwhile
+        if (taken) stopCamera("");
+        else if (stream) film(mine);
+    });
+};
 
 function chooseFile(file) {
     if (file && isOnline()) choose(`/picture?from=file&name=${encodeURIComponent(file.name)}`, file);
@@ -184,7 +196,7 @@ function showView(view) {
     for (const button of $("samples").children) {
         button.setAttribute("aria-pressed", String(view.from === "sample" && button.name === view.name));
     }
-    if (stream || view.from === "camera" || view.k === viewed) return; // its last frame stays
+    if (stream || view.k === viewed) return;
     viewed = view.k;
     const image = new Image();
     const name = view.from === "wall" ? "nothing: a grey wall" : visible(view.name);
@@ -215,14 +227,17 @@ function verdict() {
     if (reading.outcome === "too short") return ["short", "Too short", bytes + idle];
     if (!showing.hex && state?.view.from === "wall") return ["idle", "Nothing on view", `only a wall${idle}`];
     if (!showing.hex) return ["nothing", "Nothing found", visible(why) + idle];
-    if (idle) return ["off", "Would be read", `nothing is reported${idle}`];
-
-    const waited = Date.now() - showing.since;
+    if (idle) {
+        idleAt = Date.now();
+        return ["off", "Would be read", `nothing is reported${idle}`];
+    }
+    const blocked = begin.faults[state?.fault]?.blocks;
+    const waited = Date.now() - Math.max(showing.since, idleAt);
     const same = told && !told.old && told.hex === showing.hex;
-    const once = same && `at ${clock(told.at)}, not sent again until a reading finds nothing`;
+    const once = same && `at ${clock(told.at)}, not sent again until a reading finds nothing or another text`;
     const asIs = reading.outcome === "altered" ? ["altered", "Reported, altered"] : ["reported", "Reported"];
     if (same && told.at >= showing.since) return [...asIs, once];
-    if (same && (!told.passed || waited > REPORT_MS)) return ["seen", "Seen before", `reported ${once}`];
+    if (same && !blocked && (!told.passed || waited > REPORT_MS)) return ["seen", "Seen before", `reported ${once}`];
     if (waited < REPORT_MS) return ["idle", "Read here", "the service has not reported it yet"];
     const fault = state?.fault ? `; the platform has the fault "${begin.faults[state.fault]?.name}"` : "";
     return ["silent", "Read here, not reported", `the service has sent nothing${fault}`];
@@ -366,6 +381,7 @@ for (const name of ["qrcodelog.txt", "uilog.txt", "stdout", "stderr"]) {
 }
 
 function showState(event) {
+    if (state?.fault !== event.fault) idleAt = Date.now();
     state = event;
     const { service, end, mode } = state;
     const ended = service === "ended";
@@ -377,8 +393,8 @@ function showState(event) {
     fill($("service-facts"), [["Service: between its last two pictures", apart],
         ["Readings a second", state.readingsPerS]], fact);
     put($("answer-with"), `: mode ${state.answerMode}${state.answerEnable ? ", Enable" : ""}`);
-    put($("told-mode"), `The service was told ${mode === null ? "no mode" : `mode ${mode}`}; ` +
-        `scanning is ${state.enabled ? "on" : "off"}.`);
+    const scans = service === "parked" ? "it is parked, and never scans" : `scanning is ${state.enabled ? "on" : "off"}`;
+    put($("told-mode"), ended ? "" : `The service was told ${mode === null ? "no mode" : `mode ${mode}`}; ${scans}.`);
     for (const n of [0, 1, 3]) $(`mode-${n}`).setAttribute("aria-pressed", String(mode === n));
     document.querySelector(`input[name=answer][value=${state.answer}]`).checked = true;
     if ($("fault").selectedIndex !== state.fault) $("fault").selectedIndex = state.fault; // else an open list jumps
