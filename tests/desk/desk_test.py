@@ -18,7 +18,7 @@ from harness import Page, Server
 FILM = harness.folder / "film.mjpeg"
 PICTURES = pathlib.Path(os.environ.get("KEEP_PICTURES", harness.folder))
 CONTROLS = {"camera-toggle", "file", "clear", "mode-0", "mode-1", "mode-3", "mode-other", "mode-send", "enable",
-            "disable", "stop", "restart", "kill", "fault", "datagrams", "log-stdout", "answer", "badge.png"}
+            "disable", "stop", "restart", "kill", "fault", "findings", "datagrams", "log-stdout", "answer", "badge.png"}
 BRING = """
 const bytes = Uint8Array.from(atob(arguments[1]), (letter) => letter.charCodeAt(0));
 const data = new DataTransfer();
@@ -105,10 +105,11 @@ class DeskTest(unittest.TestCase):
         self.shows_text_of("badge")
         for when, state, verdict in (("late", "parked", "parked"), ("now", "running", "reported"),
                                      ("never", "parked", "parked")):
-            page.press_one(f"input[name=answer][value={when}]")
-            page.press("restart")
-            page.shows("service-state", state)
-            page.shows("verdict", verdict)
+            with self.subTest(when):
+                page.press_one(f"input[name=answer][value={when}]")
+                page.press("restart")
+                page.shows("service-state", state)
+                page.shows("verdict", verdict)
         page.shows("datagrams", "parked")
 
     def test_faults_show_their_lines(self):
@@ -158,6 +159,15 @@ class DeskTest(unittest.TestCase):
         page.shows("view-name", "camera")  # its last frame
         self.assertIn(b"JFIF", server.ask("GET", "/view")[1][:16])
         self.assertNotEqual(server.ask("GET", "/view")[1], before)
+
+    def test_buttons_stay_where_they_are(self):
+        places = set()
+        for name in ("badge", "no-code-wall", "ten-characters", "several-codes"):
+            before = page.text("outcome")
+            page.choose(name)
+            page.wait(lambda: page.text("outcome") != before, "its reading")
+            places.add(str([page.at(one).location for one in ("restart", "enable")]))
+        self.assertEqual(len(places), 1, places)
 
     def test_keyboard(self):
         def keys(*some):
