@@ -59,7 +59,7 @@ def times_of_datagrams(server, count):
         while len(times) < count:
             scene, within = divmod(time.perf_counter() - start, film.SCENE_S)
             name = film.NAMES[int(scene) % len(film.NAMES)] if within < film.SHOWN_S else None
-            if name:
+            if name and scene not in shown:
                 came[film.text_of(name)] = start + scene * film.SCENE_S
                 shown.add(scene)
             server.do("/picture?from=camera&name=camera", frames[name])
@@ -68,8 +68,8 @@ def times_of_datagrams(server, count):
     player = threading.Thread(target=play, daemon=True)
     player.start()
     for event in server.events():
-        if event["type"] == "datagram" and event.get("text") in came:
-            times.append((time.perf_counter() - came[event["text"]]) * 1000)
+        if event["type"] == "datagram" and event.get("text") in came:  # the first of each time it is shown
+            times.append((time.perf_counter() - came.pop(event["text"])) * 1000)
         if len(times) == count:
             return times, len(shown) - count
         assert player.is_alive(), "no more frames are sent"

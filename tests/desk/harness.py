@@ -132,7 +132,8 @@ class Page:
         options.binary_location = "/usr/bin/chromium"
         words = {"headless=new": True, "disable-dev-shm-usage": True, "window-size=1280,1000": True,
                  "user-data-dir=" + tempfile.mkdtemp(): True, "no-sandbox": os.geteuid() == 0,
-                 "use-fake-device-for-media-stream": device, "use-fake-ui-for-media-stream": allowed,
+                 "hide-scrollbars": True, "use-fake-device-for-media-stream": device,
+                 "use-fake-ui-for-media-stream": allowed,
                  f"use-file-for-fake-video-capture={film}": film}
         for word in (word for word, wanted in words.items() if wanted):
             options.add_argument("--" + word)
