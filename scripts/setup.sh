@@ -6,8 +6,8 @@
 #   build  to build and run the service, the simulated terminal and the demo (the default)
 #   test   ... and the tests
 #   check  ... and everything that checks the code
-#   desk   the first, and the terminal in a browser
-#   desk-test  ... and its test
+#   desk   to show the terminal in a browser
+#   desk-test  ... and to test that
 #   libs   to make the terminal's file, over a platform from outside; without "build"
 #   device ... over the simulated one, and to emulate it
 #   fuzz   ... to fuzz it, and the libraries

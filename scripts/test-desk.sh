@@ -3,7 +3,7 @@
 #        test-desk.sh --times N
 #        test-desk.sh --hour MINUTES
 # Installs what is missing, builds, and tests the terminal in a browser: Chromium without a window, with a fake
-# camera that plays a film made from the samples. Takes some 85 s.
+# camera that plays a film made from the samples. Takes some 80 s.
 #   --keep-pictures FOLDER  keep screenshots of the page there: desk-light.png, desk-dark.png, desk-narrow.png
 #   --times N        measure instead: from a code before the camera to its text on the page, for N codes, and the
 #                    same without a browser; 3 s a code and way

@@ -587,7 +587,7 @@ bool Open(Desk& desk, std::string& error)
                                        }),
                         desk.pictures.end());
     if (desk.pictures.empty()) {
-        error = desk.options.scene + ": no picture of at most 32 MB";
+        error = desk.options.scene + ": no picture that can be shown";
         return false;
     }
     std::string name = (fs::temp_directory_path(code) / "qrcode-desk-XXXXXX").string();
